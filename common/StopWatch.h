@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <sys/time.h>
+
+namespace GenICam {
+namespace Client {
+
+// Millisecond stopwatch on the wall clock, plus a monotonic tick count.
+class CStopWatch {
+public:
+    CStopWatch();
+
+    void Start();
+    double Stop(bool restart);
+    int64_t ElapsedTime() const;
+    int64_t GetTickCount();
+
+private:
+    int64_t ReadWallClockMs();
+
+    timeval m_tvNow;
+    struct timezone m_tz;
+    int64_t m_nStartMs;
+    int64_t m_nStopMs;
+    timespec m_tsTick;
+};
+
+} // namespace Client
+} // namespace GenICam

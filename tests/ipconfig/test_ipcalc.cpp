@@ -1,0 +1,165 @@
+#include "ipconfig/ipcalc.h"
+
+#include <gtest/gtest.h>
+#include <string>
+
+namespace {
+
+std::string Text(unsigned int ip)
+{
+    char out[16] = {0};
+    Cipcalc().longtoip(ip, out);
+    return out;
+}
+
+std::string Quad(const int* q)
+{
+    return std::to_string(q[0]) + "." + std::to_string(q[1]) + "." + std::to_string(q[2]) + "." +
+           std::to_string(q[3]);
+}
+
+} // namespace
+
+TEST(Ipcalc, TextConversions)
+{
+    const struct {
+        const char* text;
+        unsigned int number;
+    } cases[] = {
+        {"192.168.1.10", 0xC0A8010A}, {"1234.1.1.1", 0},        {"1.2.3", 0x01020300},
+        {"10.0.0.1", 0x0A000001},     {"1..2.3", 0x01000203},   {"255.255.255.255", 0xFFFFFFFF},
+        {"1.2.3.4.5", 0x06020304},  // a fifth group is shifted by 24 again
+    };
+    Cipcalc c;
+    for (const auto& t : cases) {
+        EXPECT_EQ(c.iptolong(t.text), t.number) << t.text;
+    }
+    EXPECT_EQ(Text(0xC0A8010A), "192.168.1.10");
+    EXPECT_EQ(Text(0), "0.0.0.0");
+    EXPECT_EQ(c.getipdigit(0xC0A8010A, 1), 192);
+    EXPECT_EQ(c.getipdigit(0xC0A8010A, 4), 10);
+    EXPECT_EQ(c.getipdigit(0xC0A8010A, 5), 0);
+}
+
+TEST(Ipcalc, TextValidators)
+{
+    const struct {
+        const char* text;
+        bool ip, mask, gateway;
+    } cases[] = {
+        {"192.168.1.254", true, true, true},   {"192.168.1.255", false, true, true},
+        {"0.1.2.3", false, false, true},       {"1.2.3.4.5", false, false, false},
+        {"1..2.3", false, false, false},       {"10.1.2", true, true, true},
+        {"255.0.255.0", false, true, true},    {"0.255.255.0", false, false, true},
+        {"0.0.0.0", false, false, true},       {"255.255.255.255", false, false, false},
+        {"1.2.3.4x", false, false, false},     {"1234.1.1.1", false, false, false},
+        {"", false, false, false},             {"256.1.1.1", false, false, false},
+    };
+    Cipcalc c;
+    for (const auto& t : cases) {
+        std::string s = t.text;
+        EXPECT_EQ(c.isvalidip(s.c_str()), t.ip) << s;
+        EXPECT_EQ(c.isvalidSubnetMask(&s[0]), t.mask) << s;
+        EXPECT_EQ(c.isvalidGateway(&s[0]), t.gateway) << s;
+    }
+    EXPECT_FALSE(c.isvalidSubnetMask(nullptr));
+    EXPECT_FALSE(c.isvalidGateway(nullptr));
+}
+
+TEST(Ipcalc, MaskValidation)
+{
+    const struct {
+        unsigned int ip, mask;
+        bool valid;
+    } cases[] = {
+        {0x0A000000, 0xFF800000, false}, {0x0A000000, 0xFFC00000, true},  {0x0A000000, 0xFFFFFFFC, true},
+        {0x0A000000, 0xFFFFFFFE, false}, {0x0A000000, 0xFF000000, true},  {0x0A000000, 0xFF00FF00, false},
+        {0xAC100000, 0xFFFF8000, false}, {0xAC100000, 0xFFFFC000, true},  {0xC0A80100, 0xFFFFFF80, false},
+        {0xC0A80100, 0xFFFFFFC0, true},  {0xC0A80100, 0xFFFF0000, false}, {0xE0000000, 0xFF800000, true},
+        {0x0A000000, 0, false},          {0x0A000000, 0xFFFFFFFF, false},
+    };
+    Cipcalc c;
+    for (const auto& t : cases) {
+        EXPECT_EQ(c.isvalidmask(t.ip, t.mask), t.valid) << std::hex << t.ip << "/" << t.mask;
+    }
+}
+
+TEST(Ipcalc, ClassesAndCounts)
+{
+    Cipcalc c;
+    const struct {
+        unsigned int ip;
+        char cls;
+    } classes[] = {{0x0A000001, 'A'}, {0x80000000, 'B'}, {0xBFFFFFFF, 'B'}, {0xC0A80101, 'C'},
+                   {0xE0000001, 'D'}, {0xF0000001, 'E'}};
+    for (const auto& t : classes) {
+        EXPECT_EQ(c.getipclass(t.ip), t.cls);
+    }
+    EXPECT_EQ(c.calcbits(0xFF00FF00), 16);
+    EXPECT_EQ(c.getsubnetbits(0xC0A80101, 0xFFFFFFF0), 4u);
+    EXPECT_EQ(c.getsubnetbits(0xE0000001, 0xFFFFFF00), 0xFFFFFFFFu);
+    EXPECT_EQ(c.getnets(0xC0A80101, 0xFFFFFF00), 1u);
+    EXPECT_EQ(c.getnets(0xC0A80101, 0xFFFFFFF0), 14u);
+    EXPECT_EQ(c.gethosts(0xC0A80101, 0xFFFFFFF0), 14u);
+    EXPECT_EQ(c.gethosts(0xC0A80101, 0xFFFFFF00), 254u);
+    EXPECT_EQ(c.gethosts(0xE0000001, 0xFFFFFF00), 0xFFFFFFFFu);
+    EXPECT_EQ(c.getsubnetipEX(0xC0A80181, 0xFFFFFF80), 0xC0A80180u);
+    EXPECT_EQ(c.getcastipEX(0xC0A80105, 0xFFFFFF00), 0xC0A801FFu);
+    EXPECT_TRUE(c.IsInSameSubnet(0xC0A80105, 0xC0A801FE, 0xFFFFFF00));
+    EXPECT_FALSE(c.IsInSameSubnet(0xC0A80105, 0xC0A802FE, 0xFFFFFF00));
+    EXPECT_FALSE(c.IPisValidToMask(0x00FFFFFF, 0xFF000000));
+    EXPECT_FALSE(c.IPisValidToMask(0xC0A80100, 0xFFFFFF00));
+    EXPECT_FALSE(c.IPisValidToMask(0xC0A801FF, 0xFFFFFF00));
+    EXPECT_TRUE(c.IPisValidToMask(0xC0A80101, 0xFFFFFF00));
+}
+
+TEST(Ipcalc, SubnetRangeActsOnTheLastByteAndCarriesOnConversion)
+{
+    const struct {
+        unsigned int ip;
+        int bits;
+        const char *first, *last;
+        unsigned int firstNumber;
+    } cases[] = {
+        {0xC0A80105, 24, "192.168.1.11", "192.168.1.254", 0xC0A8010B},
+        {0x0A010203, 16, "10.1.0.11", "10.1.255.254", 0x0A01000B},
+        {0xC0A80181, 25, "192.168.1.139", "192.168.1.254", 0xC0A8018B},
+        {0xC0A801F5, 28, "192.168.1.251", "192.168.1.254", 0xC0A801FB},
+        {0xC0A801F9, 29, "192.168.1.259", "192.168.1.254", 0xC0A80203},  // carries past .255
+        {0xC0A80105, 30, "192.168.1.15", "192.168.1.6", 0xC0A8010F},     // /30: first above last
+        {0xC0A80105, 32, "192.168.1.16", "192.168.1.4", 0xC0A80110},
+    };
+    Cipcalc c;
+    for (const auto& t : cases) {
+        int first[4], last[4];
+        c.getSubnetRange(t.ip, t.bits, first, last);
+        EXPECT_EQ(Quad(first), t.first) << t.bits;
+        EXPECT_EQ(Quad(last), t.last) << t.bits;
+        EXPECT_EQ(c.dottted_decial2long(first), t.firstNumber) << t.bits;
+    }
+}
+
+TEST(Ipcalc, BinaryTextAndMacs)
+{
+    Cipcalc c;
+    char out[40];
+    char* end = c.getbinipEX(0xC0A8010A, out);
+    EXPECT_STREQ(out, "11000000 10101000 00000001 00001010");
+    EXPECT_EQ(end, out + 35);
+
+    const struct {
+        const char* text;
+        unsigned char mac[6];
+    } macs[] = {
+        {"00-1A-2b-03-04-05", {0x00, 0x1A, 0x2B, 0x03, 0x04, 0x05}},
+        {"G1:FF:ff:10:0a:A0", {0x01, 0xFF, 0xFF, 0x10, 0x0A, 0xA0}},
+    };
+    for (const auto& t : macs) {
+        unsigned char mac[6] = {0};
+        c.StrToMac(t.text, mac);
+        EXPECT_TRUE(c.CmpMAC(mac, const_cast<unsigned char*>(t.mac))) << t.text;
+    }
+    EXPECT_EQ(c.CharToData('0'), 0);
+    EXPECT_EQ(c.CharToData('f'), 15);
+    c.StrToMac(nullptr, nullptr);
+}

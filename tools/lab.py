@@ -1,0 +1,292 @@
+#!/usr/bin/python3
+"""Virtual GigE Vision camera network.
+
+Builds a host network namespace with the scenario's interfaces, one segment
+namespace per link with a camera simulator on it, runs a command on the host
+side, and removes everything it made on every exit path. Its own progress
+goes to stderr; stdout carries only the command's output.
+
+usage: lab.py SCENARIO.json [--record FILE.jsonl] [--tool PATH] [--timeout SECONDS]
+              [--window-ms LOW,HIGH] [-- COMMAND ARGS...]
+"""
+
+import argparse
+import json
+import os
+import secrets
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+
+TOOLS = os.path.dirname(os.path.abspath(__file__))
+REPO = os.path.dirname(TOOLS)
+PYTHON = "/usr/bin/python3" if os.path.exists("/usr/bin/python3") else sys.executable
+SIMULATOR = os.path.join(TOOLS, "gvsim.py")
+BRIDGE = "br0"
+EXIT_TIMEOUT = 124
+EXIT_LAB_FAILED = 125
+EXIT_INTERRUPTED = 130
+INTERFACE_KEYS = {"name", "mac", "addresses", "gateway", "routes", "mtu", "segment",
+                  "cameras", "generate"}
+
+HOST_SYSCTLS = {
+    # answers come from cameras in foreign subnets, and sometimes from our own address
+    "net/ipv4/conf/all/rp_filter": 0, "net/ipv4/conf/default/rp_filter": 0,
+    "net/ipv4/conf/all/accept_local": 1, "net/ipv4/conf/default/accept_local": 1,
+    "net/ipv6/conf/all/disable_ipv6": 1, "net/ipv6/conf/default/disable_ipv6": 1,
+}
+SEGMENT_SYSCTLS = {
+    "net/ipv6/conf/all/disable_ipv6": 1, "net/ipv6/conf/default/disable_ipv6": 1,
+}
+
+
+class LabError(Exception):
+    pass
+
+
+class Interrupted(Exception):
+    pass
+
+
+def say(message):
+    print(f"lab: {message}", file=sys.stderr, flush=True)
+
+
+def run(*argv):
+    result = subprocess.run(argv, capture_output=True, text=True)
+    if result.returncode:
+        raise LabError(f"{' '.join(argv)}: {result.stderr.strip()}")
+    return result.stdout
+
+
+def sysctl_script(values):
+    return "; ".join(f"echo {v} > /proc/sys/{k}" for k, v in values.items())
+
+
+def load_scenario(path):
+    with open(path, encoding="utf-8") as f:
+        scenario = json.load(f)
+    interfaces = scenario.get("interfaces")
+    if not interfaces:
+        raise LabError(f"{path}: no interfaces")
+    names = [itf.get("name") for itf in interfaces]
+    for itf in interfaces:
+        unknown = set(itf) - INTERFACE_KEYS
+        if unknown or not itf.get("name") or len(itf["name"]) > 15:
+            raise LabError(f"{path}: bad interface {itf.get('name')!r} {sorted(unknown)}")
+    if len(set(names)) != len(names):
+        raise LabError(f"{path}: interface names repeat")
+    return scenario
+
+
+class Lab:
+    def __init__(self, scenario, window_ms):
+        self.scenario = scenario
+        self.window_ms = window_ms
+        self.run_id = f"{os.getpid() % 100000}{secrets.token_hex(2)}"
+        self.host_ns = f"gvlab{self.run_id}h"
+        self.segments = self.plan_segments()
+        self.namespaces = []
+        self.simulators = []
+        self.command = None
+        self.workdir = tempfile.mkdtemp(prefix=f"gvlab{self.run_id}-")
+
+    def plan_segments(self):
+        """Interfaces naming the same segment share one link (a bridge)."""
+        segments = {}
+        for index, itf in enumerate(self.scenario["interfaces"]):
+            itf.setdefault("mac", f"02:00:00:00:{index + 1:02x}:01")
+            name = itf.get("segment", itf["name"])
+            segment = segments.setdefault(name, {"interfaces": [], "cameras": [], "generate": []})
+            segment["interfaces"].append(itf)
+            segment["cameras"] += itf.get("cameras", [])
+            generate = itf.get("generate", [])
+            segment["generate"] += generate if isinstance(generate, list) else [generate]
+        for index, segment in enumerate(segments.values()):
+            segment["ns"] = f"gvlab{self.run_id}s{index}"
+        return segments
+
+    # bring-up
+    def up(self):
+        self.add_namespace(self.host_ns, HOST_SYSCTLS)
+        run("ip", "-n", self.host_ns, "link", "set", "lo", "up")
+        for name, segment in self.segments.items():
+            self.add_namespace(segment["ns"], SEGMENT_SYSCTLS)
+            self.add_bridge(segment["ns"])
+            for port, itf in enumerate(segment["interfaces"]):
+                self.add_interface(itf, segment["ns"], f"p{port}")
+            self.start_simulator(name, segment)
+
+    def add_namespace(self, ns, sysctls):
+        run("ip", "netns", "add", ns)
+        self.namespaces.append(ns)
+        run("ip", "netns", "exec", ns, "sh", "-c", sysctl_script(sysctls))
+
+    @staticmethod
+    def add_bridge(ns):
+        # promiscuous so the simulator sees frames for every camera MAC
+        run("ip", "-n", ns, "link", "add", BRIDGE, "type", "bridge", "stp_state", "0")
+        run("ip", "-n", ns, "link", "set", BRIDGE, "promisc", "on", "up")
+
+    def add_interface(self, itf, segment_ns, peer):
+        name, ns = itf["name"], self.host_ns
+        run("ip", "link", "add", name, "netns", ns, "address", itf["mac"], "type", "veth",
+            "peer", "name", peer, "netns", segment_ns)
+        run("ip", "-n", segment_ns, "link", "set", peer, "master", BRIDGE, "up")
+        if "mtu" in itf:
+            run("ip", "-n", ns, "link", "set", name, "mtu", str(itf["mtu"]))
+        run("ip", "netns", "exec", ns, "sh", "-c",
+            f"echo 0 > /proc/sys/net/ipv4/conf/{name}/rp_filter")
+        run("ip", "-n", ns, "link", "set", name, "up")
+        for index, address in enumerate(itf.get("addresses", [])):
+            label = name if index == 0 else f"{name}:{index}"
+            run("ip", "-n", ns, "addr", "add", address, "brd", "+", "dev", name, "label", label)
+        if "gateway" in itf:
+            run("ip", "-n", ns, "route", "append", "default", "via", itf["gateway"], "dev", name)
+        for route in itf.get("routes", []):
+            run("ip", "-n", ns, "route", "append", route["to"], "via", route["via"], "dev", name)
+
+    def start_simulator(self, name, segment):
+        config = os.path.join(self.workdir, f"{name}.json")
+        segment["record"] = os.path.join(self.workdir, f"{name}.jsonl")
+        with open(config, "w", encoding="utf-8") as f:
+            json.dump({"cameras": segment["cameras"], "generate": segment["generate"],
+                       "hosts": {i["mac"]: i["name"] for i in segment["interfaces"]}}, f)
+        sim = subprocess.Popen(
+            ["ip", "netns", "exec", segment["ns"], PYTHON, SIMULATOR, "--iface", BRIDGE,
+             "--config", config, "--record", segment["record"], "--segment", name,
+             "--window-ms", self.window_ms],
+            stdout=subprocess.PIPE, text=True, start_new_session=True)
+        self.simulators.append(sim)
+        ready = sim.stdout.readline().strip()
+        if not ready.startswith("ready"):
+            raise LabError(f"simulator of segment {name} did not start")
+        say(f"segment {name}: {', '.join(i['name'] for i in segment['interfaces'])}; {ready}")
+
+    # the command
+    def run_command(self, argv, timeout):
+        env = dict(os.environ, GVLAB_HOST_NS=self.host_ns, GVLAB_RECORD_DIR=self.workdir,
+                   GVLAB_SEGMENT_NS=",".join(f"{n}={s['ns']}" for n, s in self.segments.items()))
+        self.command = subprocess.Popen(["ip", "netns", "exec", self.host_ns] + argv,
+                                        env=env, process_group=0)
+        try:
+            return self.command.wait(timeout=timeout)
+        except subprocess.TimeoutExpired:
+            say(f"command still running after {timeout} s: stopped")
+            return EXIT_TIMEOUT
+
+    # teardown
+    def down(self, record):
+        if self.command and self.command.poll() is None:
+            stop(self.command, group=True)
+        for sim in self.simulators:
+            stop(sim, group=True)
+        if record:
+            self.merge_records(record)
+        for ns in self.namespaces:
+            self.kill_leftovers(ns)
+            subprocess.run(["ip", "netns", "del", ns], capture_output=True)
+        shutil.rmtree(self.workdir, ignore_errors=True)
+
+    @staticmethod
+    def kill_leftovers(ns):
+        """Whatever still runs inside a namespace of this run was started by it."""
+        pids = subprocess.run(["ip", "netns", "pids", ns], capture_output=True, text=True).stdout
+        for pid in pids.split():
+            try:
+                os.kill(int(pid), signal.SIGKILL)
+            except ProcessLookupError:
+                pass
+
+    def merge_records(self, path):
+        entries = []
+        for segment in self.segments.values():
+            if os.path.exists(segment.get("record", "")):
+                with open(segment["record"], encoding="utf-8") as f:
+                    entries += [json.loads(line) for line in f if line.strip()]
+        entries.sort(key=lambda entry: entry["t"])
+        with open(path, "w", encoding="utf-8") as f:
+            f.writelines(json.dumps(entry) + "\n" for entry in entries)
+        say(f"{len(entries)} commands recorded in {path}")
+
+
+def stop(process, group):
+    """SIGTERM, then SIGKILL if it does not go within two seconds."""
+    for sig in (signal.SIGTERM, signal.SIGKILL):
+        try:
+            if group:
+                os.killpg(process.pid, sig)
+            else:
+                process.send_signal(sig)
+            process.wait(timeout=2)
+            return
+        except (ProcessLookupError, PermissionError):
+            return
+        except subprocess.TimeoutExpired:
+            continue
+
+
+def default_command(tool):
+    path = tool or os.environ.get("AUTOIPCONFIG") or os.path.join(REPO, "build/app/autoipconfig")
+    if not os.access(path, os.X_OK):
+        raise LabError(f"tool not found: {path} (build it, or give --tool or a command)")
+    return [os.path.abspath(path)]
+
+
+def parse_args(argv):
+    if "--" in argv:
+        split = argv.index("--")
+        argv, command = argv[:split], argv[split + 1:]
+    else:
+        command = []
+    parser = argparse.ArgumentParser(
+        usage="lab.py SCENARIO.json [--record FILE.jsonl] [--tool PATH] "
+              "[--timeout SECONDS] [--window-ms LOW,HIGH] [-- COMMAND ARGS...]",
+        description=__doc__.splitlines()[0])
+    parser.add_argument("scenario")
+    parser.add_argument("--record", help="write every command the cameras received (JSON lines)")
+    parser.add_argument("--tool", help="tool to run when no command is given")
+    parser.add_argument("--timeout", type=float, help="stop the command after this many seconds")
+    parser.add_argument("--window-ms", default="0,30", help="default answer delay window")
+    args = parser.parse_args(argv)
+    args.command = command
+    return args
+
+
+def interrupt(signum, _frame):
+    raise Interrupted(signal.Signals(signum).name)
+
+
+def main(argv):
+    args = parse_args(argv)
+    for sig in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+        signal.signal(sig, interrupt)
+    lab = None
+    code = EXIT_LAB_FAILED
+    try:
+        command = args.command or default_command(args.tool)
+        lab = Lab(load_scenario(args.scenario), args.window_ms)
+        started = time.monotonic()
+        lab.up()
+        say(f"up in {time.monotonic() - started:.2f} s (host namespace {lab.host_ns})")
+        code = lab.run_command(command, args.timeout)
+    except Interrupted as signame:
+        say(f"interrupted by {signame}")
+        code = EXIT_INTERRUPTED
+    except (LabError, OSError, ValueError, KeyError) as error:
+        say(f"failed: {error}")
+    finally:
+        for sig in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            signal.signal(sig, signal.SIG_IGN)
+        if lab:
+            started = time.monotonic()
+            lab.down(args.record)
+            say(f"down in {time.monotonic() - started:.2f} s")
+    return code
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))

@@ -1,0 +1,62 @@
+#pragma once
+
+#include "device/DeviceInfo.h"
+#include "device/ZqObjectBase.h"
+#include "gvcp/GvcpProtocol.h"
+
+#include <boost/shared_ptr.hpp>
+#include <boost/thread/recursive_mutex.hpp>
+#include <string>
+
+namespace GenICam {
+namespace Client {
+
+class CTL;
+class CInterface;
+
+// A live device behind an interface; the interface owns it.
+class CDevice : public CZqObjectBase {
+public:
+    CDevice(CTL* tl, CInterface* itf, boost::shared_ptr<CDeviceInfo> info);
+    ~CDevice() override;
+
+    virtual bool IsMe(std::string const& id);
+
+    CInterface* GetIF();
+    std::string GetDevID() const;
+    std::string GetStrIP() const;
+    std::string GetSN() const;
+    std::string GetModelName() const;
+    std::string GetStrMac() const;
+    unsigned int GetIntIP() const;
+    unsigned int GetIntSubNetMask();
+    unsigned int GetDevMode();
+    unsigned int GetHostSubnetMask();
+
+    void SetDeviceInfo(boost::shared_ptr<CDeviceInfo> const& info);
+    bool IsMyIP(std::string const& ip) const;
+    bool IsSameSubnetWithIF(char* ip, char* mask, char* gateway) const;
+    bool IsSameSubnetWithIF() const;
+    bool IsImplemented(MANUFACTURER_SPECIFIC_INFORMATION bits) const;
+    bool IsAnyoneHasTheIP(char* ip) const;
+    void ReleaseMeFromList();
+
+    bool SetForceIPEx(char const* ip, char const* mask, char const* gateway, char const* text,
+                      unsigned int ipConfig, std::string& error);
+    bool SendCustomControlCommand(FORCEIP_EX_CMD_DEF const& command) const;
+    bool Reset(unsigned int value) const;
+
+private:
+    void __SetDeviceAccessStatus(int value);
+    void __SendForceIPExCmd(char const* ip, char const* mask, char const* gateway, char const* text,
+                            unsigned int ipConfig) const;
+    void __SendForceIPCmd() const;
+
+    boost::recursive_mutex m_Mutex;
+    CTL* m_pTL;
+    CInterface* m_pInterface;
+    boost::shared_ptr<CDeviceInfo> m_pDeviceInfo;
+};
+
+} // namespace Client
+} // namespace GenICam

@@ -140,6 +140,29 @@ def check_registers():
     host.close()
 
 
+def check_arp():
+    """Ordinary requests for a camera's address are answered; the tool's probe frame is not."""
+    eth0_mac = bytes.fromhex("020000000101")
+    probe_dst = b"\xff" * 5 + b"\x00"
+    cases = [  # destination MAC, sender IP, target IP, MAC expected to answer
+        (b"\xff" * 6, ETH0, "192.168.10.20", mac_raw(IN)),
+        (probe_dst, "192.168.10.20", ETH0, None),
+        (probe_dst, NEW_IP, ETH0, None),
+    ]
+    raw = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(0x0806))
+    raw.bind(("eth0", 0))
+    for dst, sender, target, answer in cases:
+        raw.send((dst + eth0_mac + struct.pack("!HHHBBH", 0x0806, 1, 0x0800, 6, 4, 1) + eth0_mac
+                  + socket.inet_aton(sender) + bytes(6) + socket.inet_aton(target)).ljust(60, b"\0"))
+        replies = []
+        while select.select([raw], [], [], 0.2)[0]:
+            frame = raw.recv(100)
+            if frame[20:22] == b"\x00\x02" and frame[6:12] != eth0_mac:
+                replies.append(frame[22:28])
+        assert replies == ([answer] if answer else []), (target, replies)
+    raw.close()
+
+
 def check_aravis():
     listing = subprocess.run(["arv-tool-0.8"], capture_output=True, text=True, timeout=30).stdout
     for serial in ("IN0001", "REF0003", "IN2001"):
@@ -153,7 +176,7 @@ def inside():
     while "Capturing on" not in tshark.stderr.readline():
         pass
     try:
-        for check in (check_aravis, check_discovery_rules, check_registers, check_force_ip):
+        for check in (check_aravis, check_arp, check_discovery_rules, check_registers, check_force_ip):
             check()
             print("ok", check.__name__, flush=True)
     finally:
@@ -220,7 +243,7 @@ def check_tshark(capture):
         out = subprocess.run(["tshark", "-r", capture, *decode, "-Y", display_filter],
                              capture_output=True, text=True).stdout
         return len(out.splitlines())
-    assert count("_ws.malformed || _ws.expert.severity >= warning") == 0
+    assert count("udp && (_ws.malformed || _ws.expert.severity >= warning)") == 0
     expected = {"gvcp.ack == 0x0003": 8, "gvcp.ack == 0x0005": 1, "gvcp.ack == 0x0081": 2,
                 "gvcp.ack == 0x0083": 1, "gvcp.ack == 0x0085": 1, "gvcp.ack == 0x0087": 1,
                 # tshark has no decoder for the vendor's 0x9001: count the bare headers

@@ -75,10 +75,12 @@ TEXT_REGS = {  # address: (attribute, width)
     0x0048: ("vendor", 32), 0x0068: ("model", 32), 0x0088: ("version", 32),
     0x00A8: ("manufacturer_info", 48), 0x00D8: ("serial", 16), 0x00E8: ("user_name", 16),
 }
+REG_USER_NAME = 0x00E8
 REG_NUM_INTERFACES = 0x0600
 REG_PERSISTENT_IP = 0x064C
 REG_PERSISTENT_MASK = 0x065C
 REG_PERSISTENT_GATEWAY = 0x066C
+PERSISTENT_REGS = (REG_PERSISTENT_IP, REG_PERSISTENT_MASK, REG_PERSISTENT_GATEWAY)
 REG_HEARTBEAT = 0x0938
 REG_CCP = 0x0A00
 REGISTER_SPACE = 0x0A04
@@ -330,17 +332,15 @@ class Camera:
     def write_word(self, address, value):
         if address % 4:
             return STATUS_BAD_ALIGNMENT
-        ip, mask, gateway, ipconfig = self.persistent
         if address == REG_CCP:
             self.ccp = value
         elif address == REG_HEARTBEAT:
             self.heartbeat = value
         elif address == REG_IP_CONFIG_CURRENT:
             self.ip_config_current = value
-        elif address in (REG_PERSISTENT_IP, REG_PERSISTENT_MASK, REG_PERSISTENT_GATEWAY):
-            stored = {REG_PERSISTENT_IP: 0, REG_PERSISTENT_MASK: 1, REG_PERSISTENT_GATEWAY: 2}
-            values = [ip, mask, gateway, ipconfig]
-            values[stored[address]] = value
+        elif address in PERSISTENT_REGS:
+            values = list(self.persistent)
+            values[PERSISTENT_REGS.index(address)] = value
             self.persistent = tuple(values)
         elif address < REGISTER_SPACE:
             return STATUS_WRITE_PROTECT
@@ -350,8 +350,7 @@ class Camera:
 
     def write_block(self, address, data):
         """Only the user-defined name is writable as a text block."""
-        user_name = 0x00E8
-        if address == user_name and len(data) <= 16:
+        if address == REG_USER_NAME and len(data) <= 16:
             self.user_name = data.split(b"\0", 1)[0].decode("utf-8", "replace")
             return STATUS_OK, len(data)
         written = 0
@@ -418,7 +417,7 @@ class Simulator:
         mac, ip, port = dest
         self.send(self.frames.udp(cam_mac, mac, src_ip, ip, GVCP_PORT, port, payload))
 
-    def reply(self, cam, req, name, payload, dest, delay=None):
+    def reply(self, cam, name, payload, dest, delay=None):
         """Queue one answer; returns what the log says about it."""
         delay = cam.delay(name) if delay is None else delay
         self.at(delay, self.send_udp, cam.mac, cam.ip, dest, payload)
@@ -430,7 +429,7 @@ class Simulator:
         name = req.name
         status = cam.faults.status.get(name, status)
         header = GVCP_ACK.pack(status, req.code + 1, len(body), cam.faults.ack_id(name, req.req_id))
-        return self.reply(cam, req, name, header + body, dest or self.sender(req))
+        return self.reply(cam, name, header + body, dest or self.sender(req))
 
     @staticmethod
     def sender(req):
@@ -499,10 +498,10 @@ class Simulator:
     def dispatch(self, req):
         handler = getattr(self, "on_" + req.name, self.on_unknown)
         cameras = self.addressed(req)
+        fields = decoded_fields(req)
         if not cameras and req.name in ("forceip", "forceip_ex"):
-            self.log(req, None, handler_fields(req), None, "no such camera")
+            self.log(req, None, fields, None, "no such camera")
         for cam in cameras:
-            fields = handler_fields(req)
             if not cam.online:
                 self.log(req, cam, fields, None, "offline")
             elif req.name in cam.faults.mute:
@@ -526,14 +525,13 @@ class Simulator:
         if dest is None:
             return None
         ack_id = cam.faults.ack_id("discovery", req.req_id)
-        answer = self.reply(cam, req, "discovery", cam.discovery_ack(ack_id), dest)
+        answer = self.reply(cam, "discovery", cam.discovery_ack(ack_id), dest)
+        later = answer["delay_ms"] / 1000.0
         for copy in range(cam.faults.duplicates):
-            self.reply(cam, req, "discovery", cam.discovery_ack(ack_id), dest,
-                       answer["delay_ms"] / 1000.0 + 0.001 * (copy + 1))
+            self.reply(cam, "discovery", cam.discovery_ack(ack_id), dest, later + 0.001 * (copy + 1))
         if cam.faults.second_address:
             other = ip_int(cam.faults.second_address)
-            self.reply(cam, req, "discovery", cam.discovery_ack(ack_id, other), dest,
-                       answer["delay_ms"] / 1000.0 + 0.002)
+            self.reply(cam, "discovery", cam.discovery_ack(ack_id, other), dest, later + 0.002)
         return answer
 
     def on_forceip(self, cam, req):
@@ -658,7 +656,7 @@ class Simulator:
                 self.on_frame(frame)
 
 
-def handler_fields(req):
+def decoded_fields(req):
     """The command's payload, decoded for the record."""
     data = req.payload
     if req.name == "forceip":

@@ -111,6 +111,7 @@ class Lab:
 
     # bring-up
     def up(self):
+        say(f"host namespace {self.host_ns}")
         self.add_namespace(self.host_ns, HOST_SYSCTLS)
         run("ip", "-n", self.host_ns, "link", "set", "lo", "up")
         for name, segment in self.segments.items():
@@ -138,8 +139,6 @@ class Lab:
         run("ip", "-n", segment_ns, "link", "set", peer, "master", BRIDGE, "up")
         if "mtu" in itf:
             run("ip", "-n", ns, "link", "set", name, "mtu", str(itf["mtu"]))
-        run("ip", "netns", "exec", ns, "sh", "-c",
-            f"echo 0 > /proc/sys/net/ipv4/conf/{name}/rp_filter")
         run("ip", "-n", ns, "link", "set", name, "up")
         for index, address in enumerate(itf.get("addresses", [])):
             label = name if index == 0 else f"{name}:{index}"
@@ -181,9 +180,9 @@ class Lab:
     # teardown
     def down(self, record):
         if self.command and self.command.poll() is None:
-            stop(self.command, group=True)
+            stop(self.command)
         for sim in self.simulators:
-            stop(sim, group=True)
+            stop(sim)
         if record:
             self.merge_records(record)
         for ns in self.namespaces:
@@ -213,14 +212,11 @@ class Lab:
         say(f"{len(entries)} commands recorded in {path}")
 
 
-def stop(process, group):
-    """SIGTERM, then SIGKILL if it does not go within two seconds."""
+def stop(process):
+    """SIGTERM to its process group, then SIGKILL if it does not go within two seconds."""
     for sig in (signal.SIGTERM, signal.SIGKILL):
         try:
-            if group:
-                os.killpg(process.pid, sig)
-            else:
-                process.send_signal(sig)
+            os.killpg(process.pid, sig)
             process.wait(timeout=2)
             return
         except (ProcessLookupError, PermissionError):
@@ -271,7 +267,7 @@ def main(argv):
         lab = Lab(load_scenario(args.scenario), args.window_ms)
         started = time.monotonic()
         lab.up()
-        say(f"up in {time.monotonic() - started:.2f} s (host namespace {lab.host_ns})")
+        say(f"up in {time.monotonic() - started:.2f} s")
         code = lab.run_command(command, args.timeout)
     except Interrupted as signame:
         say(f"interrupted by {signame}")

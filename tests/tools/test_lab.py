@@ -197,22 +197,28 @@ def lab(scenario, *extra, timeout=120, interrupt_after=None):
     sys.stderr.write(err)
     run_id = re.search(r"host namespace (gvlab\w+)h", err)
     left = subprocess.run(["ip", "netns", "list"], capture_output=True, text=True).stdout
-    leftovers = [ns for ns in left.split() if run_id and ns.startswith(run_id.group(1))]
+    assert run_id, err
+    leftovers = [ns for ns in left.split() if ns.startswith(run_id.group(1))]
     return proc.returncode, out, err, leftovers
 
 
 def test_lifecycle():
     """Exit codes pass through; timeouts, signals and failures leave nothing behind."""
-    cases = [  # extra arguments, interrupt after, expected exit code
-        (("--", "sh", "-c", "exit 7"), None, 7),
-        (("--timeout", "1", "--", "sleep", "30"), None, 124),
-        (("--", "sleep", "30"), 1.5, 130),
-        (("--", "/nonexistent/command"), None, 1),
+    bad = os.path.join(tempfile.mkdtemp(), "bad.json")
+    with open(bad, "w", encoding="utf-8") as f:  # the simulator of the second link refuses it
+        json.dump({"interfaces": [{"name": "eth0"}, {"name": "eth1", "cameras": [{"mac": "1:2:3:4:5:6", "colour": 1}]}]}, f)
+    cases = [  # scenario, extra arguments, interrupt after, expected exit code
+        ("lab_selftest.json", ("--", "sh", "-c", "exit 7"), None, 7),
+        ("lab_selftest.json", ("--timeout", "1", "--", "sleep", "30"), None, 124),
+        ("lab_selftest.json", ("--", "sleep", "30"), 1.5, 130),
+        ("lab_selftest.json", ("--", "/nonexistent/command"), None, 1),
+        (bad, ("--", "true"), None, 125),
     ]
-    for extra, interrupt_after, expected in cases:
-        code, _, err, leftovers = lab("lab_selftest.json", *extra, interrupt_after=interrupt_after)
+    for scenario, extra, interrupt_after, expected in cases:
+        code, _, err, leftovers = lab(scenario, *extra, interrupt_after=interrupt_after)
         assert code == expected and not leftovers, (extra, code, leftovers)
-        assert "up in" in err and "down in" in err
+        assert "down in" in err
+    shutil.rmtree(os.path.dirname(bad))
 
 
 def test_exchanges():

@@ -24,6 +24,10 @@ public:
     unsigned int GetLastError();
 
 private:
+    void __SetOption(int option);
+    [[noreturn]] void __FailOpen();
+    void __SetMembership(int option, const ip_mreq& request, const char* operation);
+
     int m_nSocket;
 };
 

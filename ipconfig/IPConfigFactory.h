@@ -1,0 +1,16 @@
+#pragma once
+
+#include "ipconfig/IPConfigAllDevices.h"
+
+#include <vector>
+
+// Classifies the interfaces of the transport layer and makes a configurator for each usable one.
+class CIPConfigFactory {
+public:
+    bool GetInterFaceList();
+    bool CheckConfigType(GenICam::Client::CInterface* itf, IPCONFIG_ENVIRONMENT_TYPE* type);
+    bool CreateObject(std::vector<CIPConfigAllDevices*>& out);
+
+private:
+    std::vector<GenICam::Client::CInterface*> m_vecInterface;
+};

@@ -1,0 +1,149 @@
+#include "app/Driver.h"
+
+#include "app/UpdateDevThread.h"
+#include "app/cconfigalldevicesthread.h"
+#include "device/Device.h"
+#include "device/DeviceManager.h"
+#include "device/Interface.h"
+#include "device/TL.h"
+#include "ipconfig/IPConfigAllDevices.h"
+
+#include <cstdio>
+#include <new>
+#include <string>
+#include <vector>
+
+using GenICam::Client::CDevice;
+using GenICam::Client::CDeviceManager;
+using GenICam::Client::CInterface;
+using GenICam::Client::CTL;
+
+namespace {
+
+std::string Join(const std::vector<std::string>& names)
+{
+    std::string joined;
+    for (const std::string& name : names) {
+        joined += (joined.empty() ? "" : ",") + name;
+    }
+    return joined;
+}
+
+void PrintSummary(const std::vector<std::string>& names, const char* ending)
+{
+    if (!names.empty()) {
+        printf("%s%s", Join(names).c_str(), ending);
+    }
+}
+
+} // namespace
+
+bool InitDeviceModule()
+{
+    CDeviceManager* manager = CDeviceManager::GetInstanse();
+    return manager != nullptr && manager->InitEnvironment() == 0;
+}
+
+void UnInitDeviceModule()
+{
+    CDeviceManager* manager = CDeviceManager::GetInstanse();
+    if (manager != nullptr) {
+        manager->UnInitEnvironment();
+        CDeviceManager::ReleaseInstance();
+    }
+}
+
+bool UpdateDeviceList()
+{
+    CDeviceManager* manager = CDeviceManager::GetInstanse();
+    if (manager == nullptr) {
+        return false;
+    }
+    CUpdateDevThread* update = new (std::nothrow) CUpdateDevThread(manager, 0, std::vector<std::string>());
+    if (update == nullptr) {
+        return false;
+    }
+    update->run();
+    const bool ok = update->IsUpdateSuccessful();
+    delete update;
+    return ok;
+}
+
+void ConfigAllDevices()
+{
+    CIPConfigAllDevices::Clear();
+    CDeviceManager* manager = CDeviceManager::GetInstanse();
+    if (manager == nullptr) {
+        return;
+    }
+    std::vector<CDevice*> devices;
+    manager->GetAllDevice(&devices);
+    if (devices.empty()) {
+        return;
+    }
+    CConfigAllDevicesThread config;
+    config.ConfigAllDevicesThread();
+}
+
+// The IDs are taken before the first pass: they name the devices that must answer again.
+void* OnThreadReUpdateDeviceList(void*)
+{
+    CDeviceManager* manager = CDeviceManager::GetInstanse();
+    std::vector<CDevice*> devices;
+    manager->GetAllDevice(&devices);
+    std::vector<std::string> ids;
+    for (CDevice* device : devices) {
+        ids.push_back(device->GetDevID());
+    }
+    CUpdateDevThread* update = new (std::nothrow) CUpdateDevThread(manager, 1, ids);
+    if (update != nullptr) {
+        update->run();
+        delete update;
+    }
+    return nullptr;
+}
+
+void PrintInterfaceInfo()
+{
+    CDeviceManager* manager = CDeviceManager::GetInstanse();
+    CTL* tl = manager == nullptr ? nullptr : manager->GetTLObject();
+    if (tl == nullptr) {
+        return;
+    }
+    const std::vector<CInterface*> interfaces = *tl->GetCurInterfaceList();
+    if (interfaces.empty()) {
+        printf("The interface's IP is not configured, please configure!\n");
+        return;
+    }
+    std::vector<std::string> noAddress;
+    std::vector<std::string> linkLocal;
+    for (CInterface* itf : interfaces) {
+        const unsigned int ip = itf->GetInterfaceIP();
+        const char* ending = "\n";
+        if (ip == 0) {
+            ending = " invalid IP!\n";
+            noAddress.push_back(itf->GetInterfaceDescription());
+        } else if (!IsIPValid(ip)) {  // the rest of what the planner cannot use: link-local
+            ending = " invalid IP!\n";
+            linkLocal.push_back(itf->GetInterfaceDescription());
+        }
+        printf("GigeE Interface:%s%s", itf->GetDisplayName().c_str(), ending);
+        PrintDeviceInfo(itf);
+    }
+    PrintSummary(noAddress, " is invalid IP, please modify the IP manually!\n");
+    PrintSummary(linkLocal,
+                 " is invalid IP, the tool does not support configuring device IP between 169.254.0.0~169.254.255.255!\n");
+}
+
+void PrintDeviceInfo(CInterface* itf)
+{
+    if (itf == nullptr || CDeviceManager::GetInstanse() == nullptr) {
+        return;
+    }
+    const std::vector<CDevice*> devices = *itf->GetDeviceList();
+    for (CDevice* device : devices) {
+        printf("    Camera:%s(%s[%s][%s])%s", device->GetModelName().c_str(), device->GetStrIP().c_str(),
+               device->GetStrMac().c_str(), device->GetSN().c_str(),
+               device->IsSameSubnetWithIF() ? " available!\n" : " not available!\n");
+    }
+}

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace GenICam {
+namespace Client {
+class CDeviceManager;
+} // namespace Client
+} // namespace GenICam
+
+// Enumerates all devices once (mode 0), or until every listed device answers again (any other
+// mode). Starts no thread: the caller decides where run() executes. Deleted by its own type only.
+class CUpdateDevThread final {
+public:
+    CUpdateDevThread(GenICam::Client::CDeviceManager* manager, int mode, const std::vector<std::string>& devIDs);
+    ~CUpdateDevThread();
+    CUpdateDevThread(const CUpdateDevThread&) = delete;
+    CUpdateDevThread& operator=(const CUpdateDevThread&) = delete;
+
+    virtual void run();
+    bool IsUpdateSuccessful();
+
+private:
+    void __SetUpdateDevStatus(bool success);
+    void __RunOnce();
+    void __RunUntilFound();
+    void __Enumerate();
+    void __EndLine();
+
+    GenICam::Client::CDeviceManager* m_pDeviceManager;
+    int m_nMode;
+    bool m_bUpdateSuccess;
+    std::string m_strError;
+    int m_nRunning;
+    std::vector<std::string> m_vecDevID;
+};

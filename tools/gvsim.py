@@ -23,6 +23,7 @@ ETH_P_ALL = 0x0003
 ETH_P_IP = 0x0800
 ETH_P_ARP = 0x0806
 PACKET_OUTGOING = 4
+SO_SNDBUFFORCE, SO_RCVBUFFORCE = 32, 33  # Linux; not in Python 3.11's socket module
 BROADCAST_MAC = b"\xff" * 6
 LIMITED_BROADCAST = 0xFFFFFFFF
 GVCP_PORT = 3956
@@ -397,8 +398,9 @@ class Simulator:
         self.pending = []
         self.record = open(record, "a", encoding="utf-8") if record else None
         self.sock = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(ETH_P_ALL))
-        self.sock.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 8 << 20)
-        self.sock.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, 8 << 20)
+        # past rmem_max/wmem_max (we are root): a discovery of 1000 cameras comes in one burst
+        self.sock.setsockopt(socket.SOL_SOCKET, SO_RCVBUFFORCE, 8 << 20)
+        self.sock.setsockopt(socket.SOL_SOCKET, SO_SNDBUFFORCE, 8 << 20)
         self.sock.bind((iface, 0))
         self.sock.setblocking(False)
 

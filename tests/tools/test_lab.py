@@ -27,6 +27,7 @@ ETH0, CAM1 = "192.168.10.5", "172.16.0.5"
 IN, OUT, REFUSE = "00-0F-31-10-00-01", "00-0F-31-10-00-02", "00-0F-31-10-00-03"
 IN2, ZERO = "00-0F-31-20-00-01", "00-0F-31-20-00-02"
 NEW_IP = "192.168.10.11"
+SO_RCVBUFFORCE = 33  # Linux; not in Python 3.11's socket module
 
 
 # --- client half: a throwaway GVCP host, written apart from the simulator ----
@@ -40,7 +41,7 @@ class Host:
             s.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
             s.setsockopt(socket.SOL_SOCKET, socket.SO_BROADCAST, 1)
             if rcvbuf:
-                s.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, rcvbuf)
+                s.setsockopt(socket.SOL_SOCKET, SO_RCVBUFFORCE, rcvbuf)
             s.bind((address, port))
             self.socks.append(s)
 
@@ -125,7 +126,7 @@ def check_force_ip():
 def check_registers():
     """Register and memory access over unicast (the host ARPs for the camera first)."""
     cases = [  # code, payload, expected ack code, expected ack payload
-        (0x0080, struct.pack("!II", 0x0A00, 0x0024), 0x0081, struct.pack("!I4s", 0, socket.inet_aton("192.168.10.20"))),
+        (0x0080, struct.pack("!II", 0x0A00, 0x0024), 0x0081, bytes(4) + socket.inet_aton("192.168.10.20")),
         (0x0082, struct.pack("!II", 0x0A00, 2), 0x0083, struct.pack("!HH", 0, 1)),
         (0x0080, struct.pack("!I", 0x0A00), 0x0081, struct.pack("!I", 2)),
         (0x0084, struct.pack("!IHH", 0x0068, 0, 8), 0x0085, struct.pack("!I", 0x0068) + b"SIM-IN\0\0"),
@@ -206,7 +207,8 @@ def test_lifecycle():
     """Exit codes pass through; timeouts, signals and failures leave nothing behind."""
     bad = os.path.join(tempfile.mkdtemp(), "bad.json")
     with open(bad, "w", encoding="utf-8") as f:  # the simulator of the second link refuses it
-        json.dump({"interfaces": [{"name": "eth0"}, {"name": "eth1", "cameras": [{"mac": "1:2:3:4:5:6", "colour": 1}]}]}, f)
+        json.dump({"interfaces": [{"name": "eth0"},
+                                  {"name": "eth1", "cameras": [{"mac": "1:2:3:4:5:6", "colour": 1}]}]}, f)
     cases = [  # scenario, extra arguments, interrupt after, expected exit code
         ("lab_selftest.json", ("--", "sh", "-c", "exit 7"), None, 7),
         ("lab_selftest.json", ("--timeout", "1", "--", "sleep", "30"), None, 124),

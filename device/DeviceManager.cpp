@@ -60,6 +60,20 @@ void JoinAll(const std::vector<pthread_t>& threads)
     }
 }
 
+// Flags each object together with the first later one that has its address; a third sharer is
+// flagged when its own turn comes.
+template <typename Object, typename Compare, typename Address>
+void FlagSharedAddresses(const std::vector<Object*>& objects, Compare compare, Address address)
+{
+    for (auto object = objects.begin(); object != objects.end(); ++object) {
+        auto same = std::find_if(object + 1, objects.end(), std::bind(compare, std::placeholders::_1, address(*object)));
+        if (same != objects.end()) {
+            (*same)->SetSameIPFlag(true);
+            (*object)->SetSameIPFlag(true);
+        }
+    }
+}
+
 } // namespace
 
 bool CCmpareSameDevice::operator()(CDevice* a, CDevice* b) const
@@ -239,28 +253,14 @@ void CDeviceManager::__SetSameInterfaceFlag()
     for (CInterface* itf : interfaces) {
         itf->SetSameIPFlag(false);
     }
-    for (auto itf = interfaces.begin(); itf != interfaces.end(); ++itf) {
-        auto same = std::find_if(itf + 1, interfaces.end(),
-                                 std::bind(CCmpareInterfaceIP(), std::placeholders::_1, (*itf)->GetInterfaceIP()));
-        if (same != interfaces.end()) {
-            (*same)->SetSameIPFlag(true);
-            (*itf)->SetSameIPFlag(true);
-        }
-    }
+    FlagSharedAddresses(interfaces, CCmpareInterfaceIP(), [](CInterface* itf) { return itf->GetInterfaceIP(); });
 }
 
 void CDeviceManager::__SetSameDeviceFlag()
 {
     std::vector<CDevice*> devices;
     __GetAllDevice(devices);
-    for (auto device = devices.begin(); device != devices.end(); ++device) {
-        auto same = std::find_if(device + 1, devices.end(),
-                                 std::bind(CCmpareDeviceIP(), std::placeholders::_1, (*device)->GetIntIP()));
-        if (same != devices.end()) {
-            (*same)->SetSameIPFlag(true);
-            (*device)->SetSameIPFlag(true);
-        }
-    }
+    FlagSharedAddresses(devices, CCmpareDeviceIP(), [](CDevice* device) { return device->GetIntIP(); });
 }
 
 void CDeviceManager::__GetAllDevice(std::vector<CDevice*>& devices)

@@ -17,9 +17,7 @@ CTL::~CTL()
 {
     try {
         for (CInterface* itf : m_vecInterface) {
-            if (itf != nullptr) {
-                delete itf;
-            }
+            delete itf;
         }
         m_vecInterface.clear();
         m_vecInterfaceInfo.clear();

@@ -4,6 +4,9 @@
 #include "gvcp/FeaturePort.h"
 #include "gvcp/GVPort.h"
 
+#include <cstdint>
+#include <functional>
+
 namespace GenICam {
 namespace Client {
 
@@ -33,6 +36,33 @@ public:
     void WriteMem(unsigned long addr, const unsigned char* buffer, unsigned long* size) override;
 
 private:
+    // Moves one block of at most 512 bytes at (address, offset into the caller's buffer); the length
+    // comes back as the device reported it.
+    using BlockTransfer = std::function<void(unsigned long, unsigned long, unsigned long&)>;
+
+    void __CheckAddr(unsigned long addr);
+    void __Transact(const char* operation, unsigned long* count, bool keepCountOnDeviceError,
+                    const char* unexpectedText, const std::function<void()>& attempt);
+    void __TransferBlocks(unsigned long addr, unsigned long* size, const char* operation, const char* unexpectedText,
+                          const BlockTransfer& transfer);
+    void __SendCmd(const char* operation, uint16_t command, unsigned int payloadLength);
+    unsigned int __WaitAck(const char* operation, uint16_t ackCode, unsigned int expectedLength,
+                           const char* timeoutText, unsigned long* count);
+    void __CheckStatus(const char* operation);
+    void __CheckBlockLength(unsigned long length);
+
+    void __SendReadRegCmd(const unsigned long* addrs, unsigned long count);
+    void __RecvReadRegCmdAck(unsigned int* values, unsigned long* count, unsigned long requested);
+    void __SendWriteRegCmd(const unsigned long* addrs, const unsigned int* values, unsigned long count);
+    void __RecvWriteRegCmdAck(unsigned long* count);
+    void __RecvWriteAck(const char* operation, uint16_t ackCode, unsigned long* count);
+    void __ReadMemLimited(unsigned long addr, unsigned char* buffer, unsigned long& length);
+    void __SendReadMemCmd(unsigned long addr, unsigned long length);
+    void __RecvReadMemCmdAck(unsigned char* buffer, unsigned long& length, unsigned long requested);
+    void __WriteMemLimited(unsigned long addr, const unsigned char* buffer, unsigned long& length);
+    void __SendWriteMemCmd(unsigned long addr, const unsigned char* buffer, unsigned long length);
+    void __RecvWriteMemCmdAck(unsigned long& length);
+
     unsigned int m_cmdRetryTimes;
     unsigned int m_cmdTimeout;
     unsigned int m_nDeviceIP;

@@ -24,6 +24,9 @@ protected:
     CUdpComm* m_pAnyComm;
     CUdpComm* m_pComm;
     unsigned short m_nReqID;
+
+private:
+    void __ReleaseEndpoints();
 };
 
 } // namespace Client

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <arpa/inet.h>
 #include <cstdint>
 
 // GVCP wire layouts. Every multi-byte field holds network byte order; convert at the edge.
@@ -35,6 +36,15 @@ enum : uint16_t {
     GVCP_WRITEMEM_ACK = 0x0087,
     GVCP_FORCEIP_EX_CMD = 0x9000,
     GVCP_FORCEIP_EX_ACK = 0x9001,
+};
+
+// Control-channel limits: the largest packet either way and what fits in it.
+enum : unsigned int {
+    GVCP_PACKET_MAX = 576,
+    GVCP_READREG_MAX = 135,
+    GVCP_WRITEREG_MAX = 67,
+    GVCP_MEM_BLOCK_MAX = 512,
+    GVCP_REG_CCP = 0x0A00,
 };
 
 enum : uint16_t {
@@ -117,6 +127,31 @@ struct FORCEIP_EX_CMD_DEF {
 };
 static_assert(sizeof(FORCEIP_EX_CMD_DEF) == 84, "custom command");
 
+// Register commands and the READREG acknowledge carry a variable count; the arrays hold the most.
+struct READREG_CMD {
+    GVCP_CMD_HEADER stHeader;
+    uint32_t adwAddress[GVCP_READREG_MAX];
+};
+static_assert(sizeof(READREG_CMD) == 8 + 4 * 135, "READREG command");
+
+struct READREG_ACK {
+    GVCP_ACK_HEADER stHeader;
+    uint32_t adwValue[GVCP_READREG_MAX];
+};
+static_assert(sizeof(READREG_ACK) == 8 + 4 * 135, "READREG acknowledge");
+
+struct WRITEREG_ENTRY {
+    uint32_t dwAddress;
+    uint32_t dwValue;
+};
+static_assert(sizeof(WRITEREG_ENTRY) == 8, "WRITEREG entry");
+
+struct WRITEREG_CMD {
+    GVCP_CMD_HEADER stHeader;
+    WRITEREG_ENTRY astEntry[GVCP_WRITEREG_MAX];
+};
+static_assert(sizeof(WRITEREG_CMD) == 8 + 8 * 67, "WRITEREG command");
+
 struct READMEM_CMD {
     GVCP_CMD_HEADER stHeader;
     uint32_t dwAddress;
@@ -147,6 +182,16 @@ struct WRITE_ACK {
 static_assert(sizeof(WRITE_ACK) == 12, "write acknowledge");
 
 #pragma pack(pop)
+
+static_assert(sizeof(WRITEREG_CMD) <= GVCP_PACKET_MAX && sizeof(READREG_ACK) <= GVCP_PACKET_MAX &&
+                  sizeof(READMEM_ACK_HEADER) + GVCP_MEM_BLOCK_MAX <= GVCP_PACKET_MAX,
+              "control packets fit the port's buffers");
+
+// A command header from host-order values.
+inline GVCP_CMD_HEADER MakeCmdHeader(uint8_t flags, uint16_t command, uint16_t length, uint16_t reqId)
+{
+    return GVCP_CMD_HEADER{GVCP_KEY, flags, htons(command), htons(length), htons(reqId)};
+}
 
 } // namespace Client
 } // namespace GenICam

@@ -1,0 +1,420 @@
+#include "gvcp/GVCPCtrlPort.h"
+
+#include "common/ErrorCodes.h"
+#include "common/Exception.h"
+#include "common/Helper.h"
+#include "common/InstanceFactory.h"
+#include "gvcp/GvcpProtocol.h"
+#include "gvcp/UdpComm.h"
+
+#include <cstddef>
+#include <cstring>
+
+namespace GenICam {
+namespace Client {
+
+namespace {
+
+const unsigned int kDefaultRetryTimes = 3;
+const unsigned int kDefaultTimeoutMs = 500;
+const uint16_t kStatusCcpBusy = 0xC000;
+const int kAccessStatusBusy = 1000;
+
+// Holds the port's lock for one transaction.
+class CTransactionLock {
+public:
+    explicit CTransactionLock(CWmCriticalSection& section) : m_section(section) { m_section.Enter(); }
+    ~CTransactionLock() { m_section.Leave(); }
+    CTransactionLock(const CTransactionLock&) = delete;
+    CTransactionLock& operator=(const CTransactionLock&) = delete;
+
+private:
+    CWmCriticalSection& m_section;
+};
+
+int AccessStatusFromCcp(unsigned int ccp)
+{
+    switch (ccp) {
+    case 0:
+        return 1; // nobody holds control: read/write
+    case 2:
+        return 2; // control access held: read-only
+    case 1:
+        return 3; // exclusive access held: no access
+    default:
+        return 0;
+    }
+}
+
+} // namespace
+
+CGVCPCtrlPort::CGVCPCtrlPort(unsigned int interfaceIP, unsigned int deviceIP, std::string name)
+    : CGVPort(interfaceIP, false, std::move(name)),
+      m_cmdRetryTimes(kDefaultRetryTimes),
+      m_cmdTimeout(kDefaultTimeoutMs),
+      m_nDeviceIP(deviceIP),
+      m_pSendBuffer(new unsigned char[GVCP_PACKET_MAX]),
+      m_pRecvBuffer(new unsigned char[GVCP_PACKET_MAX])
+{
+}
+
+CGVCPCtrlPort::~CGVCPCtrlPort()
+{
+    delete[] m_pSendBuffer;
+    delete[] m_pRecvBuffer;
+}
+
+void CGVCPCtrlPort::GetCmdRetryTimes(unsigned int& times) const
+{
+    times = m_cmdRetryTimes;
+}
+
+void CGVCPCtrlPort::SetCmdRetryTimes(unsigned int times)
+{
+    m_cmdRetryTimes = times;
+}
+
+void CGVCPCtrlPort::GetCmdTimeout(unsigned int& timeoutMs) const
+{
+    timeoutMs = m_cmdTimeout;
+}
+
+void CGVCPCtrlPort::SetCmdTimeout(unsigned int timeoutMs)
+{
+    m_cmdTimeout = timeoutMs;
+}
+
+void CGVCPCtrlPort::SetPrivilege(DEVICE_ACCESS_VALUE value)
+{
+    unsigned long address = GVCP_REG_CCP;
+    unsigned int word = htonl(static_cast<uint32_t>(value));
+    unsigned long count = 1;
+    try {
+        WriteRegList(&address, &word, &count);
+    } catch (CAppException& e) {
+        if (e.GetErrorCode() == GC_ERR_ACCESS_DENIED) {
+            APP_THROW(GC_ERR_ACCESS_DENIED, "When write CCP Register,the requested device is denied.");
+        }
+        if (e.GetErrorCode() == GC_ERR_TIMEOUT) {
+            APP_THROW(GC_ERR_TIMEOUT, "When write CCP Register,timeout.");
+        }
+        throw;
+    }
+}
+
+void CGVCPCtrlPort::GetAccessStatus(int& status)
+{
+    status = 0;
+    unsigned long address = GVCP_REG_CCP;
+    unsigned int word = 0;
+    unsigned long count = 1;
+    try {
+        ReadRegList(&address, &word, &count);
+        status = AccessStatusFromCcp(ntohl(word));
+    } catch (CAppException& e) {
+        // Another host holding control shows as a device status, or as a refused read.
+        if (e.GetErrorCode() == kStatusCcpBusy) {
+            status = kAccessStatusBusy;
+        } else if (e.GetErrorCode() == GC_ERR_ACCESS_DENIED) {
+            status = 3;
+        }
+    } catch (...) {
+        status = 0;
+    }
+}
+
+void CGVCPCtrlPort::ReadRegList(unsigned long* addrs, unsigned int* values, unsigned long* count)
+{
+    if (addrs == nullptr || values == nullptr || count == nullptr || *count == 0) {
+        APP_THROW(GC_ERR_INVALID_PARAMETER, "Invalid parameter .");
+    }
+    if (*count > GVCP_READREG_MAX) {
+        APP_THROW(GC_ERR_INVALID_PARAMETER,
+                  Helper::MsgComposer("Read too many Registers,Max Num is %d!", GVCP_READREG_MAX));
+    }
+    const unsigned long requested = *count;
+    __Transact(__FUNCTION__, count, false, "unexpected Error !", [&] {
+        __SendReadRegCmd(addrs, requested);
+        __RecvReadRegCmdAck(values, count, requested);
+    });
+}
+
+void CGVCPCtrlPort::WriteRegList(unsigned long* addrs, unsigned int* values, unsigned long* count)
+{
+    if (addrs == nullptr || values == nullptr || count == nullptr || *count == 0) {
+        APP_THROW(GC_ERR_INVALID_PARAMETER, "Invalid parameter.");
+    }
+    if (*count > GVCP_WRITEREG_MAX) {
+        APP_THROW(GC_ERR_INVALID_PARAMETER,
+                  Helper::MsgComposer("Write too many Registers,Max Num is %d!", GVCP_WRITEREG_MAX));
+    }
+    const unsigned long requested = *count;
+    __Transact(__FUNCTION__, count, false, "unexpected Error!", [&] {
+        __SendWriteRegCmd(addrs, values, requested);
+        __RecvWriteRegCmdAck(count);
+    });
+}
+
+void CGVCPCtrlPort::ReadMem(unsigned long addr, unsigned char* buffer, unsigned long* size)
+{
+    if (buffer == nullptr || size == nullptr) {
+        APP_THROW(GC_ERR_INVALID_PARAMETER, "Invalid parameter.");
+    }
+    __CheckAddr(addr);
+    __TransferBlocks(addr, size, __FUNCTION__, "unexpected Error!",
+                     [&](unsigned long at, unsigned long done, unsigned long& block) {
+                         __ReadMemLimited(at, buffer + done, block);
+                     });
+}
+
+void CGVCPCtrlPort::WriteMem(unsigned long addr, const unsigned char* buffer, unsigned long* size)
+{
+    if (buffer == nullptr || size == nullptr) {
+        APP_THROW(GC_ERR_INVALID_PARAMETER, "Invalid parameter.");
+    }
+    __CheckAddr(addr);
+    __TransferBlocks(addr, size, __FUNCTION__, "unexpected Error !",
+                     [&](unsigned long at, unsigned long done, unsigned long& block) {
+                         __WriteMemLimited(at, buffer + done, block);
+                     });
+}
+
+void CGVCPCtrlPort::__TransferBlocks(unsigned long addr, unsigned long* size, const char* operation,
+                                     const char* unexpectedText, const BlockTransfer& transfer)
+{
+    unsigned long remaining = *size;
+    unsigned long block = GVCP_MEM_BLOCK_MAX;
+    *size = 0;
+    // The block length is never reset: after a short block every later one asks for that length.
+    while (remaining != 0) {
+        if (remaining < GVCP_MEM_BLOCK_MAX) {
+            block = remaining;
+        }
+        try {
+            transfer(addr, *size, block);
+        } catch (CAppException& e) {
+            *size += block;
+            throw CAppException(e);
+        } catch (...) {
+            APP_THROW_AS(operation, GC_ERR_ERROR, unexpectedText);
+        }
+        // A device that claims more than was asked must not walk us past the caller's buffer.
+        if (block > remaining) {
+            block = remaining;
+        }
+        *size += block;
+        addr += block;
+        remaining -= block;
+    }
+}
+
+void CGVCPCtrlPort::__CheckAddr(unsigned long addr)
+{
+    if ((addr & 3) != 0) {
+        APP_THROW(GC_ERR_INVALID_ADDRESS,
+                  Helper::MsgComposer("ui64Addr = 0x%X,is not multiple of 4.", static_cast<unsigned int>(addr)));
+    }
+}
+
+void CGVCPCtrlPort::__Transact(const char* operation, unsigned long* count, bool keepCountOnDeviceError,
+                               const char* unexpectedText, const std::function<void()>& attempt)
+{
+    bool done = false;
+    {
+        CTransactionLock lock(m_csTransaction);
+        // Every retry repeats the same request id.
+        _GetReqID();
+        for (unsigned int i = 0; i < m_cmdRetryTimes && !done; ++i) {
+            try {
+                attempt();
+                done = true;
+            } catch (CAppException& e) {
+                if (e.GetErrorCode() == GC_ERR_TIMEOUT) {
+                    continue;
+                }
+                if (!keepCountOnDeviceError || e.GetErrorCode() == GC_ERR_IO) {
+                    *count = 0;
+                }
+                throw;
+            } catch (...) {
+                *count = 0;
+                APP_THROW_AS(operation, GC_ERR_ERROR, unexpectedText);
+            }
+        }
+    }
+    if (!done) {
+        *count = 0;
+        APP_THROW_AS(operation, GC_ERR_TIMEOUT, " Timeout !");
+    }
+}
+
+void CGVCPCtrlPort::__SendCmd(const char* operation, uint16_t command, unsigned int payloadLength)
+{
+    GVCP_CMD_HEADER& header = *reinterpret_cast<GVCP_CMD_HEADER*>(m_pSendBuffer);
+    header = MakeCmdHeader(GVCP_FLAG_ACK_REQUIRED, command, static_cast<uint16_t>(payloadLength), m_nReqID);
+    const unsigned int length = sizeof(GVCP_CMD_HEADER) + payloadLength;
+    unsigned int sent = 0;
+    m_pComm->Send(m_pSendBuffer, length, m_nDeviceIP, GVCP_PORT, &sent);
+    if (sent != length) {
+        APP_THROW_AS(operation, GC_ERR_IO,
+                     Helper::MsgComposer("Expected Send Length = %d,Send Success is Length = %d!", length, sent));
+    }
+}
+
+unsigned int CGVCPCtrlPort::__WaitAck(const char* operation, uint16_t ackCode, unsigned int expectedLength,
+                                      const char* timeoutText, unsigned long* count)
+{
+    const GVCP_ACK_HEADER& header = *reinterpret_cast<const GVCP_ACK_HEADER*>(m_pRecvBuffer);
+    unsigned int sourceIp = 0;
+    unsigned int sourcePort = 0;
+    unsigned int received = 0;
+    uint64_t elapsed = 0;
+    const uint64_t start = Helper::GetSystemCounterMs();
+    while (elapsed < m_cmdTimeout) {
+        // Cleared so a short datagram cannot be judged by an earlier one's bytes.
+        memset(m_pRecvBuffer, 0, GVCP_PACKET_MAX);
+        m_pComm->Receive(m_pRecvBuffer, expectedLength, &sourceIp, &sourcePort, &received,
+                         static_cast<unsigned int>(m_cmdTimeout - elapsed));
+        if (received >= sizeof(GVCP_ACK_HEADER) && ntohs(header.wAck) == ackCode && ntohs(header.wAckID) == m_nReqID) {
+            return received;
+        }
+        // A clock that stands still or goes back still counts as progress.
+        const uint64_t now = Helper::GetSystemCounterMs();
+        elapsed = now > start ? now - start : 1;
+    }
+    *count = 0;
+    APP_THROW_AS(operation, GC_ERR_TIMEOUT, timeoutText);
+}
+
+void CGVCPCtrlPort::__CheckStatus(const char* operation)
+{
+    const uint16_t status = ntohs(reinterpret_cast<const GVCP_ACK_HEADER*>(m_pRecvBuffer)->wStatus);
+    if (status == GVCP_STATUS_SUCCESS) {
+        return;
+    }
+    if (status == GVCP_STATUS_ACCESS_DENIED) {
+        APP_THROW_AS(operation, GC_ERR_ACCESS_DENIED, "The access to the requested device is denied.");
+    }
+    APP_THROW_AS(operation, status, Helper::MsgComposer("Device Return 0x%X", status));
+}
+
+void CGVCPCtrlPort::__SendReadRegCmd(const unsigned long* addrs, unsigned long count)
+{
+    READREG_CMD& command = *reinterpret_cast<READREG_CMD*>(m_pSendBuffer);
+    for (unsigned long i = 0; i < count; ++i) {
+        __CheckAddr(addrs[i]);
+        command.adwAddress[i] = htonl(static_cast<uint32_t>(addrs[i]));
+    }
+    __SendCmd(__FUNCTION__, GVCP_READREG_CMD, static_cast<unsigned int>(count * sizeof(uint32_t)));
+}
+
+void CGVCPCtrlPort::__RecvReadRegCmdAck(unsigned int* values, unsigned long* count, unsigned long requested)
+{
+    const unsigned int expected = offsetof(READREG_ACK, adwValue) + static_cast<unsigned int>(requested) * 4;
+    const unsigned int received = __WaitAck(__FUNCTION__, GVCP_READREG_ACK, expected, "Timeout!", count);
+    const READREG_ACK& ack = *reinterpret_cast<const READREG_ACK*>(m_pRecvBuffer);
+    // Values stay in network order: callers convert.
+    *count = (received - sizeof(GVCP_ACK_HEADER)) / sizeof(uint32_t);
+    memcpy(values, ack.adwValue, *count * sizeof(uint32_t));
+    __CheckStatus(__FUNCTION__);
+}
+
+void CGVCPCtrlPort::__SendWriteRegCmd(const unsigned long* addrs, const unsigned int* values, unsigned long count)
+{
+    WRITEREG_CMD& command = *reinterpret_cast<WRITEREG_CMD*>(m_pSendBuffer);
+    for (unsigned long i = 0; i < count; ++i) {
+        __CheckAddr(addrs[i]);
+        command.astEntry[i].dwAddress = htonl(static_cast<uint32_t>(addrs[i]));
+        command.astEntry[i].dwValue = values[i];
+    }
+    __SendCmd(__FUNCTION__, GVCP_WRITEREG_CMD, static_cast<unsigned int>(count * sizeof(WRITEREG_ENTRY)));
+}
+
+void CGVCPCtrlPort::__RecvWriteRegCmdAck(unsigned long* count)
+{
+    __RecvWriteAck(__FUNCTION__, GVCP_WRITEREG_ACK, count);
+}
+
+void CGVCPCtrlPort::__RecvWriteAck(const char* operation, uint16_t ackCode, unsigned long* count)
+{
+    __WaitAck(operation, ackCode, sizeof(WRITE_ACK), "Timeout !", count);
+    *count = ntohs(reinterpret_cast<const WRITE_ACK*>(m_pRecvBuffer)->wIndex);
+    __CheckStatus(operation);
+}
+
+void CGVCPCtrlPort::__CheckBlockLength(unsigned long length)
+{
+    if (length > GVCP_MEM_BLOCK_MAX) {
+        APP_THROW(GC_ERR_ERROR, "UnExpected Error !");
+    }
+    if (length == 0) {
+        APP_THROW(GC_ERR_INVALID_PARAMETER, "Invalid parameter.");
+    }
+}
+
+void CGVCPCtrlPort::__ReadMemLimited(unsigned long addr, unsigned char* buffer, unsigned long& length)
+{
+    __CheckBlockLength(length);
+    const unsigned long requested = length;
+    __Transact(__FUNCTION__, &length, true, "unexpected Error !", [&] {
+        __SendReadMemCmd(addr, requested);
+        __RecvReadMemCmdAck(buffer, length, requested);
+    });
+}
+
+void CGVCPCtrlPort::__SendReadMemCmd(unsigned long addr, unsigned long length)
+{
+    __CheckAddr(addr);
+    READMEM_CMD& command = *reinterpret_cast<READMEM_CMD*>(m_pSendBuffer);
+    command.dwAddress = htonl(static_cast<uint32_t>(addr));
+    command.wReserved = 0;
+    command.wCount = htons(static_cast<uint16_t>(length));
+    __SendCmd(__FUNCTION__, GVCP_READMEM_CMD, sizeof(READMEM_CMD) - sizeof(GVCP_CMD_HEADER));
+}
+
+void CGVCPCtrlPort::__RecvReadMemCmdAck(unsigned char* buffer, unsigned long& length, unsigned long requested)
+{
+    const unsigned int expected = sizeof(READMEM_ACK_HEADER) + static_cast<unsigned int>(requested);
+    const unsigned int received = __WaitAck(__FUNCTION__, GVCP_READMEM_ACK, expected, "Timeout !", &length);
+    length = received > sizeof(READMEM_ACK_HEADER) ? received - sizeof(READMEM_ACK_HEADER) : 0;
+    memcpy(buffer, m_pRecvBuffer + sizeof(READMEM_ACK_HEADER), length);
+    __CheckStatus(__FUNCTION__);
+}
+
+void CGVCPCtrlPort::__WriteMemLimited(unsigned long addr, const unsigned char* buffer, unsigned long& length)
+{
+    __CheckBlockLength(length);
+    const unsigned long requested = length;
+    __Transact(__FUNCTION__, &length, true, "unexpected Error !", [&] {
+        __SendWriteMemCmd(addr, buffer, requested);
+        __RecvWriteMemCmdAck(length);
+    });
+}
+
+void CGVCPCtrlPort::__SendWriteMemCmd(unsigned long addr, const unsigned char* buffer, unsigned long length)
+{
+    __CheckAddr(addr);
+    WRITEMEM_CMD_HEADER& command = *reinterpret_cast<WRITEMEM_CMD_HEADER*>(m_pSendBuffer);
+    command.dwAddress = htonl(static_cast<uint32_t>(addr));
+    memcpy(m_pSendBuffer + sizeof(WRITEMEM_CMD_HEADER), buffer, length);
+    __SendCmd(__FUNCTION__, GVCP_WRITEMEM_CMD, static_cast<unsigned int>(sizeof(uint32_t) + length));
+}
+
+void CGVCPCtrlPort::__RecvWriteMemCmdAck(unsigned long& length)
+{
+    __RecvWriteAck(__FUNCTION__, GVCP_WRITEMEM_ACK, &length);
+}
+
+CGVCPCtrlPort* CInstanceFactory::CreateGVCPCtrlPortIntstance(unsigned int interfaceIP, unsigned int deviceIP,
+                                                             std::string name)
+{
+    return new CGVCPCtrlPort(interfaceIP, deviceIP, std::move(name));
+}
+
+void CInstanceFactory::DestoryGVCPCtrlPortIntstance(CGVCPCtrlPort* port)
+{
+    delete port;
+}
+
+} // namespace Client
+} // namespace GenICam

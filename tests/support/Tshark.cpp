@@ -66,9 +66,9 @@ TsharkCapture::TsharkCapture(const std::string& interface, const std::string& ca
                file.c_str(), static_cast<char*>(nullptr));
         _exit(127);
     }
-    // dumpcap announces the interface once packets are being taken.
+    // "Capturing on" comes before dumpcap has opened the interface; "Capture started" after.
     for (int i = 0; i < 200; ++i) {
-        if (ReadFile(log).find("Capturing on") != std::string::npos) {
+        if (ReadFile(log).find("Capture started") != std::string::npos) {
             return;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(50));

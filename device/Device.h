@@ -53,7 +53,7 @@ private:
     void __SendForceIPCmd() const;
 
     boost::recursive_mutex m_Mutex;
-    CTL* m_pTL;
+    [[maybe_unused]] CTL* m_pTL; // the device keeps its transport layer, though no operation reads it
     CInterface* m_pInterface;
     boost::shared_ptr<CDeviceInfo> m_pDeviceInfo;
 };

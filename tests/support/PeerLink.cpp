@@ -1,9 +1,13 @@
 #include "support/PeerLink.h"
 
+#include "support/NetNamespace.h"
+
+#include <chrono>
 #include <cstdlib>
 #include <fcntl.h>
 #include <sched.h>
 #include <stdexcept>
+#include <thread>
 #include <unistd.h>
 
 namespace aictest {
@@ -54,6 +58,7 @@ PeerLink::PeerLink() : m_peerFd(NewDetachedNamespace())
         // The default route gives the peer's limited broadcasts a way out of aic1.
         InPeer(std::string("ip link set lo up && ip addr add 10.77.0.2/24 dev ") + kPeerIf + " && ip link set " +
                kPeerIf + " up && ip route add default dev " + kPeerIf);
+        __WaitUntilUp();
     } catch (...) {
         close(m_peerFd);
         throw;
@@ -68,6 +73,20 @@ PeerLink::~PeerLink()
 void PeerLink::InPeer(const std::string& command) const
 {
     Run("nsenter --net=" + __PeerPath() + " sh -c '" + command + "'");
+}
+
+void PeerLink::__WaitUntilUp() const
+{
+    // The kernel drops what is sent before it has marked both ends up, which it does up to a second late.
+    const std::string host = std::string("ip -o link show ") + kHostIf;
+    const std::string peer = "nsenter --net=" + __PeerPath() + " ip -o link show " + kPeerIf;
+    for (int i = 0; i < 300; ++i) {
+        if (Capture(host).find("state UP") != std::string::npos && Capture(peer).find("state UP") != std::string::npos) {
+            return;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    throw std::runtime_error("veth link did not come up");
 }
 
 std::string PeerLink::__PeerPath() const

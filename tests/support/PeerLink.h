@@ -32,6 +32,7 @@ public:
 
 private:
     std::string __PeerPath() const;
+    void __WaitUntilUp() const;
 
     int m_peerFd;
 };

@@ -34,16 +34,6 @@ public:
     unsigned short& ReqId() { return m_nReqID; }
 };
 
-// Answers each discovery with the camera's acknowledge passed through edit.
-Handler EditedAck(CameraModel model, std::function<void(std::vector<uint8_t>&, uint16_t id)> edit)
-{
-    return [model, edit](const Datagram& request) {
-        std::vector<uint8_t> ack = MakeDiscoveryAck(model, request.ReqId());
-        edit(ack, request.ReqId());
-        return std::vector<Reply>{{ack, 0, 0, 0}};
-    };
-}
-
 DeviceList Collect(CDeviceDiscovery& discovery, unsigned long timeoutMs, DeviceList list = {})
 {
     discovery.SendDiscoveryCmd();
@@ -107,7 +97,9 @@ TEST_F(Discovery, AcceptsOnlyFullSizeAcknowledgesToTheCurrentRequest)
         {"other acknowledge", [](std::vector<uint8_t>& a, uint16_t) { PutBe16(a, 2, 0x0005); }, false},
     };
     for (const Case& c : cases) {
-        StartCamera(EditedAck(CameraModel{}, c.edit));
+        StartCamera(EditReplies(Camera(CameraModel{}), [edit = c.edit](std::vector<Reply>& r, const Datagram& request) {
+            edit(r.at(0).bytes, request.ReqId());
+        }));
         DiscoveryPtr discovery = MakeDiscovery();
         const DeviceList list = Collect(*discovery, 200);
         ASSERT_EQ(list.size(), c.accepted ? 1u : 0u) << c.name;

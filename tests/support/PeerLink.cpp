@@ -81,7 +81,8 @@ void PeerLink::__WaitUntilUp() const
     const std::string host = std::string("ip -o link show ") + kHostIf;
     const std::string peer = "nsenter --net=" + __PeerPath() + " ip -o link show " + kPeerIf;
     for (int i = 0; i < 300; ++i) {
-        if (Capture(host).find("state UP") != std::string::npos && Capture(peer).find("state UP") != std::string::npos) {
+        const bool up = Capture(host).find("state UP") != std::string::npos;
+        if (up && Capture(peer).find("state UP") != std::string::npos) {
             return;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(10));

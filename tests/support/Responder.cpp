@@ -115,7 +115,8 @@ void Responder::__Serve()
         }
         sockaddr_in source;
         socklen_t length = sizeof(source);
-        const ssize_t n = recvfrom(m_fd, buffer.data(), buffer.size(), 0, reinterpret_cast<sockaddr*>(&source), &length);
+        const ssize_t n =
+            recvfrom(m_fd, buffer.data(), buffer.size(), 0, reinterpret_cast<sockaddr*>(&source), &length);
         if (n < 0) {
             continue;
         }
@@ -290,6 +291,15 @@ Handler Camera(CameraModel model)
         default:
             return {};
         }
+    };
+}
+
+Handler EditReplies(Handler inner, ReplyEdit edit)
+{
+    return [inner, edit](const Datagram& request) {
+        std::vector<Reply> replies = inner(request);
+        edit(replies, request);
+        return replies;
     };
 }
 

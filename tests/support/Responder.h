@@ -103,4 +103,9 @@ std::vector<uint8_t> MakeDiscoveryAck(const CameraModel& model, uint16_t ackId);
 // own copy of the model. Other commands get no answer.
 Handler Camera(CameraModel model);
 
+// Passes every answer of inner through edit first: wrong ids, cut or padded lengths, extra or
+// dropped replies. E.g. EditReplies(Camera(model), [](auto& r, auto&) { r.at(0).bytes.resize(255); }).
+using ReplyEdit = std::function<void(std::vector<Reply>& replies, const Datagram& request)>;
+Handler EditReplies(Handler inner, ReplyEdit edit);
+
 } // namespace aictest

@@ -46,13 +46,8 @@ UdpEndpoint OpenEndpoint(unsigned int ip, int port, bool bindAny)
 // These commands take their id from the monotonic tick count, not a port counter; 0 is possible.
 GVCP_CMD_HEADER CommandHeader(uint8_t flags, uint16_t command, size_t packetSize)
 {
-    GVCP_CMD_HEADER header;
-    header.cKey = GVCP_KEY;
-    header.cFlag = flags;
-    header.wCommand = htons(command);
-    header.wLength = htons(static_cast<uint16_t>(packetSize - sizeof(GVCP_CMD_HEADER)));
-    header.wReqID = htons(static_cast<uint16_t>(CStopWatch().GetTickCount() % 65535));
-    return header;
+    return MakeCmdHeader(flags, command, static_cast<uint16_t>(packetSize - sizeof(GVCP_CMD_HEADER)),
+                         static_cast<uint16_t>(CStopWatch().GetTickCount() % 65535));
 }
 
 FORCEIP_EX_CMD_DEF CustomCommand(const unsigned char* mac)

@@ -1,0 +1,45 @@
+#!/usr/bin/env bash
+# Builds both Debian packages (lintian must report no errors), installs the amd64 one, checks
+# what it put in place, runs the installed tool in a camera lab against an end-to-end case and
+# removes the package again. The tool only ever runs inside the lab's own namespaces.
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+out=${AIC_PACKAGE_OUT:-build-pkg}
+case_file=tests/e2e/cases/misaddressed.json
+
+if [ ! -e app/main.cpp ] || [ ! -e tests/e2e/run_case.py ]; then
+  echo "== package: SKIP: the tool (app/main.cpp) or the end-to-end runner does not exist yet"
+  exit 0
+fi
+scripts/install-deps systemd man-db
+AIC_PACKAGE_OUT=$out scripts/package amd64 arm64
+deb=$(realpath "$out"/autoipconfig_*_amd64.deb)
+
+if dpkg-query -W -f='${Status}' autoipconfig 2>/dev/null | grep -q 'install ok installed'; then
+  echo "package: autoipconfig is already installed on this machine; not touching it" >&2
+  exit 1
+fi
+remove() {
+  echo "== package: purge autoipconfig"
+  dpkg --purge autoipconfig > /dev/null
+}
+trap remove EXIT
+echo "== package: install $deb"
+DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "$deb" \
+  > "$out/install.log" 2>&1 || { cat "$out/install.log"; exit 1; }
+
+echo "== package: installed files"
+for path in /usr/sbin/autoipconfig /usr/share/man/man8/autoipconfig.8.gz \
+            /usr/share/doc/autoipconfig/README.md /usr/share/doc/autoipconfig/copyright \
+            /usr/lib/systemd/system/autoipconfig.service; do
+  [ -f "$path" ] || { echo "package: $path is missing" >&2; exit 1; }
+done
+man -w autoipconfig > /dev/null
+systemd-analyze verify --man=no /usr/lib/systemd/system/autoipconfig.service
+if [ -n "$(find /etc/systemd/system -name autoipconfig.service 2>/dev/null)" ]; then
+  echo "package: the unit was enabled by installing the package" >&2
+  exit 1
+fi
+
+echo "== package: /usr/sbin/autoipconfig in the lab, case $case_file"
+/usr/bin/python3 tests/e2e/run_case.py --tool /usr/sbin/autoipconfig "$case_file"

@@ -61,7 +61,8 @@ def cameras_of(interface):
         mac = int(template["mac_start"].replace(":", ""), 16)
         ip = number(template["ip_start"])
         for k in range(template["count"]):
-            cameras.append((mac_text(f"{mac + k:012x}"), dotted(ip + k)))
+            digits = f"{mac + k:012X}"
+            cameras.append(("-".join(digits[i:i + 2] for i in range(0, 12, 2)), dotted(ip + k)))
     return cameras
 
 

@@ -203,7 +203,7 @@ std::vector<uint8_t> CustomRecord(uint16_t reqId, uint32_t ipConfig, uint32_t re
 void ExpectTickId(const Datagram& d)
 {
     const int64_t lag = ((d.atMs % 65535) - d.ReqId() + 65535) % 65535;
-    EXPECT_LT(lag, 100) << "request id " << d.ReqId() << " received at " << d.atMs;
+    EXPECT_LT(lag, 25) << "request id " << d.ReqId() << " received at " << d.atMs;
 }
 
 void ExpectFrom(const Datagram& d, uint16_t port)

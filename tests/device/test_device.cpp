@@ -102,29 +102,6 @@ TEST(Device, SubnetRuleNeedsTheInterfaceMaskAndNetwork)
     }
 }
 
-TEST(Device, ForwardsIdentityAddressAndFeatureQuestions)
-{
-    CInterface itf(Snapshot("eth0", 0xC0A80105, 0xFFFFFF00), nullptr);
-    CameraModel model = Camera(0xC0A8010A, 0xFFFF0000);
-    model.model = "M1";
-    model.featureByte = MSI_RESET_SUPPORTED;
-    CDevice device(nullptr, &itf, Record(model));
-
-    EXPECT_FALSE(device.GetSameFlag());
-    device.SetSameIPFlag(true);
-    EXPECT_TRUE(device.GetSameFlag());
-    EXPECT_EQ(device.GetIF(), &itf);
-    EXPECT_TRUE(device.IsMe("M1(00-11-1C-AA-BB-CC)"));
-    EXPECT_FALSE(device.IsMe("m1(00-11-1C-AA-BB-CC)"));
-    EXPECT_EQ(device.GetStrMac(), "00-11-1C-AA-BB-CC");
-    EXPECT_TRUE(device.IsMyIP("192.168.1.10"));
-    EXPECT_FALSE(device.IsMyIP("192.168.1.11"));
-    EXPECT_EQ(device.GetIntSubNetMask(), 0xFFFF0000u);
-    EXPECT_EQ(device.GetHostSubnetMask(), 0xFFFFFF00u);
-    EXPECT_TRUE(device.IsImplemented(MSI_RESET_SUPPORTED));
-    EXPECT_FALSE(device.IsImplemented(MSI_RESTART_SUPPORTED));
-}
-
 TEST(Device, SetDeviceInfoSwapsTheRecordOnlyOnNews)
 {
     CInterface itf(Snapshot("eth0", 0xC0A80105, 0xFFFFFF00), nullptr);

@@ -1,13 +1,12 @@
-#include "common/Exception.h"
 #include "device/Device.h"
 #include "device/DeviceManager.h"
 #include "device/Interface.h"
 #include "device/LinuxNICAdapter.h"
 #include "device/TL.h"
+#include "support/AppText.h"
 #include "support/CameraSet.h"
 #include "support/NetNamespace.h"
 
-#include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 #include <set>
@@ -85,25 +84,6 @@ size_t CountCommands(const Responder& responder, uint16_t command)
 }
 
 const uint16_t kReadReg = 0x0080;
-
-// Exception texts carry the throw's source line, which no test should pin.
-std::string WithoutLine(std::string text)
-{
-    for (size_t at = text.find("line["); at != std::string::npos; at = text.find("line[", at + 1)) {
-        text.erase(at + 5, text.find(']', at) - at - 5);
-    }
-    return text;
-}
-
-std::string ErrorText(const std::function<void()>& call)
-{
-    try {
-        call();
-    } catch (CAppException& e) {
-        return WithoutLine(e.what());
-    }
-    return "no exception";
-}
 
 using ModelInterfaces = NetNamespaceTest;
 
@@ -222,33 +202,6 @@ TEST_F(ModelDevices, AccessStatusIsReadOnlyFromCamerasInTheSubnetWithTheSameMask
     }
 }
 
-TEST_F(ModelDevices, CountAndIndexErrors)
-{
-    Serve({{Model("A", 0x0A, 0x0A4D0002)}});
-    Update();
-    std::string id;
-    m_itf->GetDeviceID(0, id);
-    EXPECT_EQ(id, "A(00-11-1C-01-02-0A)");
-    EXPECT_EQ(ErrorText([&] { m_itf->GetDeviceID(1, id); }), "{-1009}{GetDeviceID:line[]}{ Invalid Device Index 1}");
-    EXPECT_EQ(ErrorText([&] { m_itf->GetNumDevices(nullptr); }), "{-1009}{GetNumDevices:line[]}{Invalid parameter.}");
-}
-
-TEST_F(ModelDevices, UpdateWithoutAnAddressKeepsTheDevicesAndSendsNothing)
-{
-    Serve({{Model("A", 0x0A, 0x0A4D0002)}});
-    Update();
-    ASSERT_EQ(Devices(*m_itf), "A(00-11-1C-01-02-0A) new");
-    const size_t sent = m_cameras->Received().size();
-
-    NIC_INFO addressless;
-    m_itf->GetHexMAC(addressless.aHexMAC);
-    m_itf->SetInterfaceInfo(boost::shared_ptr<CInterfaceInfo>(new CInterfaceInfo(addressless)));
-    m_itf->StartUpdateThread();
-    m_itf->KillUpdateThread();
-    EXPECT_EQ(Devices(*m_itf), "A(00-11-1C-01-02-0A) kept");
-    EXPECT_EQ(m_cameras->Received().size(), sent);
-}
-
 namespace {
 
 // The manager over the test's namespace; each test ends with the model torn down.
@@ -306,18 +259,11 @@ protected:
 
 } // namespace
 
-TEST_F(ModelManager, WithoutInterfacesAnUpdateDoesNothing)
-{
-    EXPECT_EQ(m_manager->UpdateDeviceList(3000), 0);
-    EXPECT_TRUE(InterfaceList().empty());
-    EXPECT_TRUE(m_manager->CheckDeviceFromList({}));
-}
-
 TEST_F(ModelManager, CameraSeenOnThreeInterfacesStaysOnTheFirst)
 {
     PeerLink link;
-    AddPeerLink(link, "eth1", "10.78.1.1/24", "10.78.1.2/24");
-    AddPeerLink(link, "eth2", "10.78.2.1/24", "10.78.2.2/24");
+    link.AddLink("eth1", "10.78.1.1/24", "10.78.1.2/24");
+    link.AddLink("eth2", "10.78.2.1/24", "10.78.2.2/24");
     Responder cameras(Cameras({{Model("A", 0x0A, 0x0A4D0002)}}), link.PeerNamespace());
 
     ASSERT_EQ(m_manager->UpdateDeviceList(3000), 0);
@@ -325,30 +271,12 @@ TEST_F(ModelManager, CameraSeenOnThreeInterfacesStaysOnTheFirst)
     CDevice* device = nullptr;
     ASSERT_TRUE(m_manager->GetDevObjByID("A(00-11-1C-01-02-0A)", &device));
     EXPECT_EQ(device->GetIF(), InterfaceList().front());
-    unsigned int records = 0;
-    InterfaceList().back()->GetNumDevices(&records);
-    EXPECT_EQ(records, 0u);
-
-    struct Check {
-        std::vector<std::string> ids;
-        bool present;
-    };
-    const std::vector<Check> checks = {
-        {{}, true},
-        {{"A(00-11-1C-01-02-0A)"}, true},
-        {{"A(00-11-1C-01-02-0B)"}, false},
-        {{"A(00-11-1C-01-02-0A)", "A(00-11-1C-01-02-0A)"}, false},
-    };
-    for (const Check& check : checks) {
-        EXPECT_EQ(m_manager->CheckDeviceFromList(check.ids), check.present) << check.ids.size() << " ids";
-        EXPECT_EQ(m_manager->GetCheckResult(), check.present);
-    }
 }
 
 TEST_F(ModelManager, SharedAddressesAreFlaggedAndClearedAgain)
 {
     PeerLink link;
-    AddPeerLink(link, "cam4", "10.79.0.1/24", "10.79.0.2/24");
+    link.AddLink("cam4", "10.79.0.1/24", "10.79.0.2/24");
     link.InPeer("ip addr add 10.77.0.50/24 dev aic1 && ip addr add 10.77.0.60/24 dev aic1");
     Sh(Veth("eth1", "02:00:00:00:00:11", "10.78.1.1/24") + " && " + Veth("eth2", "02:00:00:00:00:12", "10.78.1.1/24") +
        " && " + Veth("eth3", "02:00:00:00:00:13", "10.78.1.1/24"));
@@ -385,6 +313,6 @@ TEST_F(ModelManager, FailureBecomesReturnCodeAndLastError)
         new CInterface(boost::shared_ptr<CInterfaceInfo>(new CInterfaceInfo(addressless)), m_manager->GetTLObject()));
 
     EXPECT_EQ(m_manager->UpdateDeviceList(3000), -1009);
-    EXPECT_EQ(WithoutLine(m_manager->GetLastErrorDescription()),
+    EXPECT_EQ(aictest::WithoutLine(m_manager->GetLastErrorDescription()),
               "{-1009}{{-1009}{GetIntIP:line[]}{Index : 0 Invalid  when GetIntIP}}");
 }

@@ -1,13 +1,10 @@
 #include "gvcp/DeviceDiscovery.h"
-#include "gvcp/GVCPDiscoveryPort.h"
 
-#include "AppErrorMatch.h"
 #include "GvcpLinkTest.h"
 #include "common/Helper.h"
 #include "common/InstanceFactory.h"
 #include "device/DeviceInfo.h"
 
-#include <cstdlib>
 #include <memory>
 
 using namespace GenICam::Client;
@@ -26,13 +23,6 @@ DiscoveryPtr MakeDiscovery()
 {
     return DiscoveryPtr(CInstanceFactory::CreateDeviceDiscoveryIntstance(PeerLink::kHostIp, PeerLink::kHostIf));
 }
-
-// Exposes the request id so tests can start next to the wrap.
-class ProbedDiscoveryPort : public CGVCPDiscoveryPort {
-public:
-    ProbedDiscoveryPort() : CGVCPDiscoveryPort(PeerLink::kHostIp, true, PeerLink::kHostIf) {}
-    unsigned short& ReqId() { return m_nReqID; }
-};
 
 DeviceList Collect(CDeviceDiscovery& discovery, unsigned long timeoutMs, DeviceList list = {})
 {
@@ -63,25 +53,6 @@ TEST_F(Discovery, BroadcastsTheEightByteCommandWithConsecutiveIds)
     EXPECT_EQ(got[1].ReqId(), uint16_t(id + 1));
 }
 
-TEST_F(Discovery, RequestIdIsSeededFromThePortAndSkipsZeroAndOneAfterTheWrap)
-{
-    Responder& camera = StartCamera(Silent());
-    ProbedDiscoveryPort port;
-    srand(static_cast<unsigned int>(reinterpret_cast<uintptr_t>(&port)));
-    const unsigned short seeded = static_cast<unsigned short>(rand() % 65535);
-    EXPECT_EQ(port.ReqId(), seeded == 0 ? 1 : seeded);
-
-    port.ReqId() = 0xFFFE;
-    port.SendDiscoveryPacket(0xFFFFFFFF);
-    port.SendDiscoveryPacket(0xFFFFFFFF);
-    port.SendDiscoveryPacket(PeerLink::kPeerIp);
-    ASSERT_TRUE(camera.WaitForCount(3, 2000));
-    const std::vector<Datagram> got = camera.Received();
-    EXPECT_EQ(got[0].ReqId(), 0xFFFF);
-    EXPECT_EQ(got[1].ReqId(), 2);
-    EXPECT_EQ(got[2].ReqId(), 3);
-}
-
 TEST_F(Discovery, AcceptsOnlyFullSizeAcknowledgesToTheCurrentRequest)
 {
     struct Case {
@@ -91,10 +62,8 @@ TEST_F(Discovery, AcceptsOnlyFullSizeAcknowledgesToTheCurrentRequest)
     } cases[] = {
         {"exact 256 bytes", [](std::vector<uint8_t>&, uint16_t) {}, true},
         {"300 bytes, read as the first 256", [](std::vector<uint8_t>& a, uint16_t) { a.resize(300, 0xEE); }, true},
-        {"device status is not examined", [](std::vector<uint8_t>& a, uint16_t) { PutBe16(a, 0, 0x8001); }, true},
         {"255 bytes", [](std::vector<uint8_t>& a, uint16_t) { a.resize(255); }, false},
         {"stale id", [](std::vector<uint8_t>& a, uint16_t id) { PutBe16(a, 6, uint16_t(id - 1)); }, false},
-        {"other acknowledge", [](std::vector<uint8_t>& a, uint16_t) { PutBe16(a, 2, 0x0005); }, false},
     };
     for (const Case& c : cases) {
         StartCamera(EditReplies(Camera(CameraModel{}), [edit = c.edit](std::vector<Reply>& r, const Datagram& request) {
@@ -148,7 +117,7 @@ TEST_F(Discovery, TotalCollectionTimeIsHonoured)
 {
     StartCamera(Camera(CameraModel{}));
     DiscoveryPtr discovery = MakeDiscovery();
-    const unsigned long budgets[] = {0, 5, 300};
+    const unsigned long budgets[] = {0, 300};
     for (unsigned long budget : budgets) {
         DeviceList list;
         const uint64_t start = Helper::GetSystemCounterMs();
@@ -158,17 +127,4 @@ TEST_F(Discovery, TotalCollectionTimeIsHonoured)
         EXPECT_LT(took, budget + 100) << budget;
         EXPECT_TRUE(list.empty()) << "nothing was asked for, nothing may be collected";
     }
-}
-
-TEST_F(Discovery, ASliceTooShortToSplitReceivesNothing)
-{
-    StartCamera(Camera(CameraModel{}));
-    ProbedDiscoveryPort port;
-    port.SendDiscoveryPacket(0xFFFFFFFF);
-    ZQ_DISCOVERY_ACK ack;
-    // One millisecond gives each endpoint none: the queued acknowledge stays for the next call.
-    EXPECT_TRUE(RaisesApp([&] { port.RecvDiscoveryPacket(ack, 1); }, -1011, "__RecvEnumPacket", "Timeout!"));
-    port.RecvDiscoveryPacket(ack, 400);
-    EXPECT_EQ(ntohs(ack.stHeader.wAckID), port.ReqId());
-    EXPECT_STREQ(ack.szModelName, "AIC-CAM");
 }

@@ -1,14 +1,10 @@
 #include "device/Device.h"
-#include "device/DeviceInfo.h"
 #include "device/Interface.h"
-#include "device/InterfaceInfo.h"
 #include "ipconfig/IPConfigAllDevices.h"
 #include "ipconfig/ipcalc.h"
 #include "support/NetNamespace.h"
+#include "support/Records.h"
 
-#include <arpa/inet.h>
-#include <boost/shared_ptr.hpp>
-#include <cstring>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
@@ -38,32 +34,18 @@ std::vector<std::string> Texts(const std::vector<unsigned int>& ips)
 // and reports the candidate free at once.
 std::unique_ptr<CInterface> MakeInterface(const char* ip, const char* mask)
 {
-    NIC_INFO nic;
-    nic.vecIntIP = {Ip(ip)};
-    nic.vecStrIP = {ip};
-    nic.vecIntSubnetMask = {Ip(mask)};
-    nic.vecStrSubnetMask = {mask};
-    nic.vecIntGateway = {0};
-    nic.vecStrGateway = {"0.0.0.0"};
-    nic.strMAC = "02-00-00-00-00-01";
-    nic.aHexMAC[0] = 0x02;
-    nic.aHexMAC[5] = 0x01;
-    nic.strDescription = nic.strName = "aicnolink0";
-    boost::shared_ptr<CInterfaceInfo> info(new CInterfaceInfo(nic));
-    return std::unique_ptr<CInterface>(new CInterface(info, nullptr));
+    return std::unique_ptr<CInterface>(new CInterface(aictest::MakeSnapshot("aicnolink0", Ip(ip), Ip(mask)), nullptr));
 }
 
 // Hands the interface a camera as discovery would have; the interface owns it.
 void AddCamera(CInterface* itf, int n, const char* ip, const char* mask)
 {
-    ZQ_DISCOVERY_ACK ack;
-    memset(&ack, 0, sizeof(ack));
-    ack.aMAC[5] = static_cast<uint8_t>(n);
-    ack.dwCurrentIP = htonl(Ip(ip));
-    ack.dwCurrentSubnetMask = htonl(Ip(mask));
-    snprintf(ack.szModelName, sizeof(ack.szModelName), "CAM%d", n);
-    boost::shared_ptr<CDeviceInfo> info(new CDeviceInfo(ack));
-    itf->GetDeviceList()->push_back(new CDevice(nullptr, itf, info));
+    aictest::CameraModel model;
+    model.model = "CAM" + std::to_string(n);
+    model.mac[5] = static_cast<uint8_t>(n);
+    model.ip = Ip(ip);
+    model.mask = Ip(mask);
+    itf->GetDeviceList()->push_back(new CDevice(nullptr, itf, aictest::MakeRecord(model)));
 }
 
 class Planner : public CIPConfigAllDevices {

@@ -33,4 +33,9 @@ std::string Capture(const std::string& command)
     return out;
 }
 
+std::string MacOf(const std::string& interface)
+{
+    return Capture("ip -br link show " + interface + " | awk '{print $3}' | tr a-f: A-F-").substr(0, 17);
+}
+
 } // namespace aictest

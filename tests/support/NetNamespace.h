@@ -18,4 +18,7 @@ protected:
 // Runs a shell command and returns its standard output.
 std::string Capture(const std::string& command);
 
+// The MAC of an interface in the caller's namespace, in the records' dashed upper-case form.
+std::string MacOf(const std::string& interface);
+
 } // namespace aictest

@@ -58,7 +58,7 @@ PeerLink::PeerLink() : m_peerFd(NewDetachedNamespace())
         // The default route gives the peer's limited broadcasts a way out of aic1.
         InPeer(std::string("ip link set lo up && ip addr add 10.77.0.2/24 dev ") + kPeerIf + " && ip link set " +
                kPeerIf + " up && ip route add default dev " + kPeerIf);
-        __WaitUntilUp();
+        __WaitUntilUp(kHostIf, kPeerIf);
     } catch (...) {
         close(m_peerFd);
         throw;
@@ -75,11 +75,19 @@ void PeerLink::InPeer(const std::string& command) const
     Run("nsenter --net=" + __PeerPath() + " sh -c '" + command + "'");
 }
 
-void PeerLink::__WaitUntilUp() const
+void PeerLink::AddLink(const std::string& name, const std::string& hostCidr, const std::string& peerCidr) const
+{
+    Run("ip link add " + name + " type veth peer name p" + name + " netns " + __PeerPath());
+    Run("ip addr add " + hostCidr + " dev " + name + " && ip link set " + name + " up");
+    InPeer("ip addr add " + peerCidr + " dev p" + name + " && ip link set p" + name + " up");
+    __WaitUntilUp(name, "p" + name);
+}
+
+void PeerLink::__WaitUntilUp(const std::string& hostIf, const std::string& peerIf) const
 {
     // The kernel drops what is sent before it has marked both ends up, which it does up to a second late.
-    const std::string host = std::string("ip -o link show ") + kHostIf;
-    const std::string peer = "nsenter --net=" + __PeerPath() + " ip -o link show " + kPeerIf;
+    const std::string host = "ip -o link show " + hostIf;
+    const std::string peer = "nsenter --net=" + __PeerPath() + " ip -o link show " + peerIf;
     for (int i = 0; i < 300; ++i) {
         const bool up = Capture(host).find("state UP") != std::string::npos;
         if (up && Capture(peer).find("state UP") != std::string::npos) {

@@ -29,10 +29,13 @@ public:
     int PeerNamespace() const { return m_peerFd; }
     // Runs a shell command inside the peer namespace; throws if it fails.
     void InPeer(const std::string& command) const;
+    // One more veth link into the peer namespace, so one responder serves several host interfaces:
+    // name with hostCidr here, "p" + name with peerCidr there.
+    void AddLink(const std::string& name, const std::string& hostCidr, const std::string& peerCidr) const;
 
 private:
     std::string __PeerPath() const;
-    void __WaitUntilUp() const;
+    void __WaitUntilUp(const std::string& hostIf, const std::string& peerIf) const;
 
     int m_peerFd;
 };

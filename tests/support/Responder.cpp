@@ -15,13 +15,6 @@ namespace aictest {
 
 namespace {
 
-int64_t NowMs()
-{
-    return std::chrono::duration_cast<std::chrono::milliseconds>(
-               std::chrono::steady_clock::now().time_since_epoch())
-        .count();
-}
-
 sockaddr_in MakeAddress(uint32_t ip, uint16_t port)
 {
     sockaddr_in address;
@@ -56,19 +49,16 @@ void PutText(std::vector<uint8_t>& bytes, size_t offset, size_t size, const std:
 
 } // namespace
 
-uint8_t Datagram::Flags() const
+int64_t NowMs()
 {
-    return bytes.size() >= 8 ? bytes[1] : 0;
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
 }
 
 uint16_t Datagram::Command() const
 {
     return bytes.size() >= 8 ? GetBe16(bytes, 2) : 0;
-}
-
-uint16_t Datagram::Length() const
-{
-    return bytes.size() >= 8 ? GetBe16(bytes, 4) : 0;
 }
 
 uint16_t Datagram::ReqId() const
@@ -276,18 +266,17 @@ Handler Camera(CameraModel model)
     return [state](const Datagram& request) -> std::vector<Reply> {
         CameraModel& camera = *state;
         const uint16_t id = request.ReqId();
-        const unsigned delay = camera.delayMs;
         switch (request.Command()) {
         case 0x0002:
-            return {{MakeDiscoveryAck(camera, id), delay, camera.broadcastDiscoveryAck ? 0xFFFFFFFFu : 0u, 0}};
+            return {{MakeDiscoveryAck(camera, id), 0, camera.broadcastDiscoveryAck ? 0xFFFFFFFFu : 0u, 0}};
         case 0x0080:
-            return {{MakeAck(camera.status, 0x0081, id, ReadRegPayload(camera, request)), delay, 0, 0}};
+            return {{MakeAck(camera.status, 0x0081, id, ReadRegPayload(camera, request)), 0, 0, 0}};
         case 0x0082:
-            return {{MakeAck(camera.status, 0x0083, id, WriteRegPayload(camera, request)), delay, 0, 0}};
+            return {{MakeAck(camera.status, 0x0083, id, WriteRegPayload(camera, request)), 0, 0, 0}};
         case 0x0084:
-            return {{MakeAck(camera.status, 0x0085, id, ReadMemPayload(camera, request)), delay, 0, 0}};
+            return {{MakeAck(camera.status, 0x0085, id, ReadMemPayload(camera, request)), 0, 0, 0}};
         case 0x0086:
-            return {{MakeAck(camera.status, 0x0087, id, WriteMemPayload(camera, request)), delay, 0, 0}};
+            return {{MakeAck(camera.status, 0x0087, id, WriteMemPayload(camera, request)), 0, 0, 0}};
         default:
             return {};
         }

@@ -12,6 +12,9 @@
 
 namespace aictest {
 
+// Milliseconds of the monotonic clock, the time base of Datagram::atMs.
+int64_t NowMs();
+
 // One datagram the responder received, as it came off the wire.
 struct Datagram {
     std::vector<uint8_t> bytes;
@@ -20,9 +23,7 @@ struct Datagram {
     int64_t atMs = 0; // monotonic clock
 
     // GVCP command header fields (0 when the datagram is too short).
-    uint8_t Flags() const;
     uint16_t Command() const;
-    uint16_t Length() const;
     uint16_t ReqId() const;
 };
 
@@ -90,7 +91,6 @@ struct CameraModel {
     uint32_t gateway = 0;
     uint8_t featureByte = 0;          // first manufacturer-specific byte
     uint16_t status = 0;              // status of every register/memory acknowledge
-    unsigned delayMs = 0;             // before every answer
     bool broadcastDiscoveryAck = false;
     std::map<uint32_t, uint32_t> registers; // host-order values; missing read as 0
     std::vector<uint8_t> memory;            // from address 0; missing bytes read as 0

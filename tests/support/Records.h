@@ -1,0 +1,57 @@
+#pragma once
+
+#include "device/DeviceInfo.h"
+#include "device/InterfaceInfo.h"
+#include "support/Responder.h"
+
+#include <arpa/inet.h>
+#include <boost/shared_ptr.hpp>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+namespace aictest {
+
+inline std::string Dotted(uint32_t ip)
+{
+    in_addr address;
+    address.s_addr = htonl(ip);
+    return inet_ntoa(address);
+}
+
+// A host interface record as the enumerator makes it, MAC 02-00-00-00-00-<macLast>.
+inline GenICam::Client::NIC_INFO MakeNic(const std::string& name, uint32_t ip, uint32_t mask, uint8_t macLast = 0x01)
+{
+    GenICam::Client::NIC_INFO nic;
+    nic.vecIntIP = {ip};
+    nic.vecIntSubnetMask = {mask};
+    nic.vecIntGateway = {0};
+    nic.vecStrIP = {Dotted(ip)};
+    nic.vecStrSubnetMask = {Dotted(mask)};
+    nic.vecStrGateway = {"0.0.0.0"};
+    nic.aHexMAC[0] = 0x02;
+    nic.aHexMAC[5] = macLast;
+    char mac[18];
+    snprintf(mac, sizeof(mac), "02-00-00-00-00-%02X", macLast);
+    nic.strMAC = mac;
+    nic.strName = nic.strDescription = name;
+    return nic;
+}
+
+inline boost::shared_ptr<GenICam::Client::CInterfaceInfo> MakeSnapshot(const std::string& name, uint32_t ip,
+                                                                        uint32_t mask)
+{
+    return boost::shared_ptr<GenICam::Client::CInterfaceInfo>(
+        new GenICam::Client::CInterfaceInfo(MakeNic(name, ip, mask)));
+}
+
+// The device record discovery makes of model's acknowledge.
+inline boost::shared_ptr<GenICam::Client::CDeviceInfo> MakeRecord(const CameraModel& model)
+{
+    const std::vector<uint8_t> bytes = MakeDiscoveryAck(model, 1);
+    GenICam::Client::ZQ_DISCOVERY_ACK ack;
+    memcpy(&ack, bytes.data(), sizeof(ack));
+    return boost::shared_ptr<GenICam::Client::CDeviceInfo>(new GenICam::Client::CDeviceInfo(ack));
+}
+
+} // namespace aictest

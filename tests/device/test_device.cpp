@@ -2,8 +2,7 @@
 #include "device/Device.h"
 #include "device/Interface.h"
 #include "support/AppText.h"
-#include "support/NetNamespace.h"
-#include "support/PeerLink.h"
+#include "support/LinkTest.h"
 #include "support/Records.h"
 #include "support/Responder.h"
 #include "support/Tshark.h"
@@ -65,19 +64,13 @@ TEST(Device, SubnetRuleNeedsTheInterfaceMaskAndNetwork)
 namespace {
 
 // The camera's side of the link: a device record behind aic0 and a responder in the peer namespace.
-class DeviceOnLink : public aictest::NetNamespaceTest {
+class DeviceOnLink : public aictest::LinkTest {
 protected:
     void SetUp() override
     {
-        NetNamespaceTest::SetUp();
-        m_link.reset(new PeerLink);
+        LinkTest::SetUp();
         m_itf.reset(new CInterface(MakeSnapshot(PeerLink::kHostIf, PeerLink::kHostIp, 0xFFFFFF00), nullptr));
         m_device.reset(new CDevice(nullptr, m_itf.get(), MakeRecord(Camera(0xC0A80002, 0xFFFFFF00))));
-    }
-
-    void Serve(aictest::Handler handler)
-    {
-        m_camera.reset(new Responder(std::move(handler), m_link->PeerNamespace()));
     }
 
     // Everything the camera heard, after letting late datagrams arrive.
@@ -87,10 +80,8 @@ protected:
         return m_camera->Received();
     }
 
-    std::unique_ptr<PeerLink> m_link;
     std::unique_ptr<CInterface> m_itf;
     std::unique_ptr<CDevice> m_device;
-    std::unique_ptr<Responder> m_camera;
 };
 
 // A command addressed to the camera's MAC, written out by offset.
@@ -190,7 +181,7 @@ class ForceIP : public DeviceOnLink, public ::testing::WithParamInterface<ForceI
 TEST_P(ForceIP, ExtendedCommandThenZeroForceIPOnlyAfterStatusZero)
 {
     const ForceIPCase& c = GetParam();
-    Serve(AckingCamera(c.acks));
+    StartCamera(AckingCamera(c.acks));
     std::string error;
     const uint64_t start = Helper::GetSystemCounterMs();
     const bool ok = m_device->SetForceIPEx("10.77.0.50", "255.255.255.0", "10.77.0.254", c.text.c_str(), 5, error);
@@ -225,7 +216,7 @@ INSTANTIATE_TEST_SUITE_P(Acks, ForceIP, ::testing::ValuesIn(kForceIPCases),
 // tshark's own GVCP dissector must read FORCEIP as we meant it.
 TEST_F(DeviceOnLink, TsharkDecodesForceIP)
 {
-    Serve(AckingCamera({{0}}));
+    StartCamera(AckingCamera({{0}}));
     aictest::TsharkCapture capture(PeerLink::kHostIf);
     std::string error;
     ASSERT_TRUE(m_device->SetForceIPEx("10.77.0.50", "255.255.255.0", "10.77.0.254", "", 5, error)) << error;

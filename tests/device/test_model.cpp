@@ -5,6 +5,7 @@
 #include "device/TL.h"
 #include "support/AppText.h"
 #include "support/CameraSet.h"
+#include "support/LinkTest.h"
 #include "support/NetNamespace.h"
 
 #include <gtest/gtest.h>
@@ -88,19 +89,12 @@ const uint16_t kReadReg = 0x0080;
 using ModelInterfaces = NetNamespaceTest;
 
 // One interface on the peer link, with the cameras the peer namespace answers as.
-class ModelDevices : public NetNamespaceTest {
+class ModelDevices : public LinkTest {
 protected:
     void SetUp() override
     {
-        NetNamespaceTest::SetUp();
-        m_link.reset(new PeerLink());
+        LinkTest::SetUp();
         m_itf.reset(new CInterface(HostSnapshot(PeerLink::kHostIf), nullptr));
-    }
-
-    void Serve(const std::vector<PlacedCamera>& cameras)
-    {
-        m_cameras.reset();
-        m_cameras.reset(new Responder(Cameras(cameras), m_link->PeerNamespace()));
     }
 
     bool Update()
@@ -110,8 +104,6 @@ protected:
         return changed;
     }
 
-    std::unique_ptr<PeerLink> m_link;
-    std::unique_ptr<Responder> m_cameras;
     std::unique_ptr<CInterface> m_itf;
 };
 
@@ -174,7 +166,7 @@ TEST_F(ModelDevices, DevicesAreRebuiltOnlyWhenTheRecordsChange)
     };
     for (const Step& step : steps) {
         SCOPED_TRACE(step.what);
-        Serve(step.cameras);
+        StartCamera(Cameras(step.cameras));
         EXPECT_EQ(Update(), step.changed);
         EXPECT_EQ(Devices(*m_itf), step.expected);
     }
@@ -196,9 +188,9 @@ TEST_F(ModelDevices, AccessStatusIsReadOnlyFromCamerasInTheSubnetWithTheSameMask
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         m_itf.reset(new CInterface(HostSnapshot(PeerLink::kHostIf), nullptr));
-        Serve({{Model("A", 0x0A, c.ip, c.mask)}});
+        StartCamera(Cameras({{Model("A", 0x0A, c.ip, c.mask)}}));
         EXPECT_TRUE(Update());
-        EXPECT_EQ(CountCommands(*m_cameras, kReadReg), c.reads);
+        EXPECT_EQ(CountCommands(*m_camera, kReadReg), c.reads);
     }
 }
 

@@ -1,9 +1,9 @@
 #include "gvcp/GVCPCtrlPort.h"
 
 #include "AppErrorMatch.h"
-#include "GvcpLinkTest.h"
 #include "common/Helper.h"
 #include "common/InstanceFactory.h"
+#include "support/LinkTest.h"
 
 #include <arpa/inet.h>
 #include <memory>
@@ -29,7 +29,7 @@ std::vector<uint8_t> Command(uint16_t code, const std::vector<uint8_t>& payload,
     return bytes;
 }
 
-class CtrlPort : public GvcpLinkTest {
+class CtrlPort : public LinkTest {
 protected:
     CtrlPortPtr OpenPort()
     {

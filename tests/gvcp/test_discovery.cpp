@@ -1,9 +1,9 @@
 #include "gvcp/DeviceDiscovery.h"
 
-#include "GvcpLinkTest.h"
 #include "common/Helper.h"
 #include "common/InstanceFactory.h"
 #include "device/DeviceInfo.h"
+#include "support/LinkTest.h"
 
 #include <memory>
 
@@ -33,7 +33,7 @@ DeviceList Collect(CDeviceDiscovery& discovery, unsigned long timeoutMs, DeviceL
 
 const char kCameraId[] = "AIC-CAM(00-11-1C-01-02-03)";
 
-class Discovery : public GvcpLinkTest {};
+class Discovery : public LinkTest {};
 
 } // namespace
 

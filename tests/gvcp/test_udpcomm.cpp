@@ -61,8 +61,6 @@ TEST_F(UdpComm, RaisesTheErrorsItCanBeDrivenInto)
          "UDPComm::Receive, Invilid Socket !"},
         {"receive null buffer", [&] { open->Receive(nullptr, 1, &ip, &port, &count, 0); }, -1001, "Receive",
          "UDPComm::Receive, Invilid Param !"},
-        {"receive null count", [&] { open->Receive(&byte, 1, &ip, &port, nullptr, 0); }, -1001, "Receive",
-         "UDPComm::Receive, Invilid Param !"},
         {"receive time-out", [&] { open->Receive(&byte, 1, &ip, &port, &count, 0); }, -1011, "Receive",
          "The configuration could not be save !"},
         {"bind foreign address", [&] { CUdpComm().Open(0x0A630001, 40002, false, false); }, -1010, "Open",

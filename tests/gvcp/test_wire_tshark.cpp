@@ -1,9 +1,9 @@
 #include "gvcp/DeviceDiscovery.h"
 #include "gvcp/GVCPCtrlPort.h"
 
-#include "GvcpLinkTest.h"
 #include "common/InstanceFactory.h"
 #include "device/DeviceInfo.h"
+#include "support/LinkTest.h"
 #include "support/Tshark.h"
 
 using namespace GenICam::Client;
@@ -13,7 +13,7 @@ namespace {
 
 const std::vector<std::string> kAcksToUs = {"udp.port==59001,gvcp"};
 
-class WireDecode : public GvcpLinkTest {};
+class WireDecode : public LinkTest {};
 
 } // namespace
 

@@ -1,7 +1,5 @@
 #include "ipconfig/ARP.h"
-#include "support/NetNamespace.h"
-#include "support/PeerLink.h"
-#include "support/Responder.h"
+#include "support/LinkTest.h"
 
 #include <arpa/inet.h>
 #include <cstring>
@@ -80,12 +78,11 @@ private:
     int m_ifindex = 0;
 };
 
-class ArpProbe : public aictest::NetNamespaceTest {
+class ArpProbe : public aictest::LinkTest {
 protected:
     void SetUp() override
     {
-        NetNamespaceTest::SetUp();
-        m_link.reset(new PeerLink);
+        LinkTest::SetUp();
         m_peer.reset(new LinkPeer(*m_link));
         m_mac = aictest::MacOf(PeerLink::kHostIf);
         ASSERT_EQ(m_mac.size(), 17u);
@@ -102,7 +99,6 @@ protected:
         return taken;
     }
 
-    std::unique_ptr<PeerLink> m_link;
     std::unique_ptr<LinkPeer> m_peer;
     std::string m_mac;
 };

@@ -9,7 +9,7 @@
 namespace aictest {
 
 // A fresh namespace with a veth link to a peer namespace where the test's camera answers.
-class GvcpLinkTest : public NetNamespaceTest {
+class LinkTest : public NetNamespaceTest {
 protected:
     void SetUp() override
     {

@@ -19,7 +19,6 @@ using aictest::Dotted;
 using aictest::MakeRecord;
 using aictest::MakeSnapshot;
 using aictest::PeerLink;
-using aictest::PutBe16;
 using aictest::PutBe32;
 using aictest::Reply;
 using aictest::Responder;
@@ -84,17 +83,12 @@ protected:
     std::unique_ptr<CDevice> m_device;
 };
 
-// A command addressed to the camera's MAC, written out by offset.
+// A command addressed to the camera's MAC.
 std::vector<uint8_t> CommandToCamera(size_t size, uint8_t flags, uint16_t command, uint16_t reqId)
 {
-    std::vector<uint8_t> b(size);
-    b[0] = 0x42;
-    b[1] = flags;
-    PutBe16(b, 2, command);
-    PutBe16(b, 4, static_cast<uint16_t>(size - 8));
-    PutBe16(b, 6, reqId);
-    memcpy(&b[10], kCameraMac.data(), 6);
-    return b;
+    std::vector<uint8_t> payload(size - 8);
+    memcpy(&payload[2], kCameraMac.data(), 6);
+    return aictest::MakeCommand(flags, command, reqId, payload);
 }
 
 std::vector<uint8_t> ForceIPExRecord(uint16_t reqId, uint32_t ipConfig, uint32_t ip, uint32_t mask, uint32_t gateway,

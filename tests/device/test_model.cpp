@@ -7,6 +7,7 @@
 #include "support/CameraSet.h"
 #include "support/LinkTest.h"
 #include "support/NetNamespace.h"
+#include "support/Records.h"
 
 #include <gtest/gtest.h>
 #include <memory>
@@ -63,16 +64,6 @@ boost::shared_ptr<CInterfaceInfo> HostSnapshot(const std::string& name)
     }
     ADD_FAILURE() << name << " not enumerated";
     return boost::shared_ptr<CInterfaceInfo>(new CInterfaceInfo(NIC_INFO()));
-}
-
-CameraModel Model(const std::string& name, uint8_t macLast, uint32_t ip, uint32_t mask = 0xFFFFFF00)
-{
-    CameraModel model;
-    model.model = name;
-    model.mac[5] = macLast;
-    model.ip = ip;
-    model.mask = mask;
-    return model;
 }
 
 size_t CountCommands(const Responder& responder, uint16_t command)
@@ -144,8 +135,8 @@ TEST_F(ModelInterfaces, ObjectsFollowTheHostByMac)
 
 TEST_F(ModelDevices, DevicesAreRebuiltOnlyWhenTheRecordsChange)
 {
-    CameraModel a = Model("A", 0x0A, 0x0A4D0002);
-    CameraModel b = Model("B", 0x01, 0xC0A83203);
+    CameraModel a = CameraAt("A", 0x0A, 0x0A4D0002);
+    CameraModel b = CameraAt("B", 0x01, 0xC0A83203);
     CameraModel renamed = a;
     renamed.userName = "renamed";
     struct Step {
@@ -188,7 +179,7 @@ TEST_F(ModelDevices, AccessStatusIsReadOnlyFromCamerasInTheSubnetWithTheSameMask
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         m_itf.reset(new CInterface(HostSnapshot(PeerLink::kHostIf), nullptr));
-        StartCamera(Cameras({{Model("A", 0x0A, c.ip, c.mask)}}));
+        StartCamera(Cameras({{CameraAt("A", 0x0A, c.ip, c.mask)}}));
         EXPECT_TRUE(Update());
         EXPECT_EQ(CountCommands(*m_camera, kReadReg), c.reads);
     }
@@ -256,7 +247,7 @@ TEST_F(ModelManager, CameraSeenOnThreeInterfacesStaysOnTheFirst)
     PeerLink link;
     link.AddLink("eth1", "10.78.1.1/24", "10.78.1.2/24");
     link.AddLink("eth2", "10.78.2.1/24", "10.78.2.2/24");
-    Responder cameras(Cameras({{Model("A", 0x0A, 0x0A4D0002)}}), link.PeerNamespace());
+    Responder cameras(Cameras({{CameraAt("A", 0x0A, 0x0A4D0002)}}), link.PeerNamespace());
 
     ASSERT_EQ(m_manager->UpdateDeviceList(3000), 0);
     EXPECT_EQ(DeviceCounts(), "eth2:1 eth1:0 aic0:0");
@@ -272,9 +263,9 @@ TEST_F(ModelManager, SharedAddressesAreFlaggedAndClearedAgain)
     link.InPeer("ip addr add 10.77.0.50/24 dev aic1 && ip addr add 10.77.0.60/24 dev aic1");
     Sh(Veth("eth1", "02:00:00:00:00:11", "10.78.1.1/24") + " && " + Veth("eth2", "02:00:00:00:00:12", "10.78.1.1/24") +
        " && " + Veth("eth3", "02:00:00:00:00:13", "10.78.1.1/24"));
-    Responder cameras(Cameras({{Model("A", 0x0A, 0x0A4D0032), PeerLink::kHostIp},
-                               {Model("B", 0x0B, 0x0A4D0032), 0x0A4F0001},
-                               {Model("C", 0x0C, 0x0A4D003C), PeerLink::kHostIp}}),
+    Responder cameras(Cameras({{CameraAt("A", 0x0A, 0x0A4D0032), PeerLink::kHostIp},
+                               {CameraAt("B", 0x0B, 0x0A4D0032), 0x0A4F0001},
+                               {CameraAt("C", 0x0C, 0x0A4D003C), PeerLink::kHostIp}}),
                       link.PeerNamespace());
 
     ASSERT_EQ(m_manager->UpdateDeviceList(3000), 0);

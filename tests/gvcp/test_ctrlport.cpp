@@ -18,17 +18,6 @@ struct PortDeleter {
 };
 using CtrlPortPtr = std::unique_ptr<CGVCPCtrlPort, PortDeleter>;
 
-// Expected command bytes; the request id is filled in from what arrived.
-std::vector<uint8_t> Command(uint16_t code, const std::vector<uint8_t>& payload, uint16_t id)
-{
-    std::vector<uint8_t> bytes{0x42, 0x01, 0, 0, 0, 0, 0, 0};
-    PutBe16(bytes, 2, code);
-    PutBe16(bytes, 4, static_cast<uint16_t>(payload.size()));
-    PutBe16(bytes, 6, id);
-    bytes.insert(bytes.end(), payload.begin(), payload.end());
-    return bytes;
-}
-
 class CtrlPort : public LinkTest {
 protected:
     CtrlPortPtr OpenPort()
@@ -80,10 +69,10 @@ TEST_F(CtrlPort, CommandLayoutsAndWhatTheAcknowledgesDeliver)
     const std::vector<Datagram> got = camera.Received();
     ASSERT_EQ(got.size(), 4u);
     const std::vector<uint8_t> expected[] = {
-        Command(0x0080, {0, 0, 0x0A, 0x00, 0, 0, 0x09, 0x34}, got[0].ReqId()),
-        Command(0x0082, {0, 0, 0x0A, 0x00, 0x11, 0x22, 0x33, 0x44}, got[1].ReqId()),
-        Command(0x0084, {0, 0, 0x01, 0x00, 0, 0, 0, 8}, got[2].ReqId()),
-        Command(0x0086, {0, 0, 0x02, 0x00, 1, 2, 3, 4}, got[3].ReqId()),
+        MakeCommand(0x01, 0x0080, got[0].ReqId(), {0, 0, 0x0A, 0x00, 0, 0, 0x09, 0x34}),
+        MakeCommand(0x01, 0x0082, got[1].ReqId(), {0, 0, 0x0A, 0x00, 0x11, 0x22, 0x33, 0x44}),
+        MakeCommand(0x01, 0x0084, got[2].ReqId(), {0, 0, 0x01, 0x00, 0, 0, 0, 8}),
+        MakeCommand(0x01, 0x0086, got[3].ReqId(), {0, 0, 0x02, 0x00, 1, 2, 3, 4}),
     };
     for (size_t i = 0; i < got.size(); ++i) {
         EXPECT_EQ(got[i].bytes, expected[i]) << "command " << i;

@@ -40,11 +40,8 @@ std::unique_ptr<CInterface> MakeInterface(const char* ip, const char* mask)
 // Hands the interface a camera as discovery would have; the interface owns it.
 void AddCamera(CInterface* itf, int n, const char* ip, const char* mask)
 {
-    aictest::CameraModel model;
-    model.model = "CAM" + std::to_string(n);
-    model.mac[5] = static_cast<uint8_t>(n);
-    model.ip = Ip(ip);
-    model.mask = Ip(mask);
+    const aictest::CameraModel model =
+        aictest::CameraAt("CAM" + std::to_string(n), static_cast<uint8_t>(n), Ip(ip), Ip(mask));
     itf->GetDeviceList()->push_back(new CDevice(nullptr, itf, aictest::MakeRecord(model)));
 }
 

@@ -45,6 +45,17 @@ inline boost::shared_ptr<GenICam::Client::CInterfaceInfo> MakeSnapshot(const std
         new GenICam::Client::CInterfaceInfo(MakeNic(name, ip, mask)));
 }
 
+// A camera of the given model name, last MAC byte and address.
+inline CameraModel CameraAt(const std::string& name, uint8_t macLast, uint32_t ip, uint32_t mask = 0xFFFFFF00)
+{
+    CameraModel model;
+    model.model = name;
+    model.mac[5] = macLast;
+    model.ip = ip;
+    model.mask = mask;
+    return model;
+}
+
 // The device record discovery makes of model's acknowledge.
 inline boost::shared_ptr<GenICam::Client::CDeviceInfo> MakeRecord(const CameraModel& model)
 {

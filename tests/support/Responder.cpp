@@ -186,6 +186,12 @@ std::vector<uint8_t> MakeAck(uint16_t status, uint16_t ack, uint16_t ackId, cons
     return bytes;
 }
 
+std::vector<uint8_t> MakeCommand(uint8_t flags, uint16_t command, uint16_t reqId, const std::vector<uint8_t>& payload)
+{
+    // The command header differs from the acknowledge header only in its first word.
+    return MakeAck(static_cast<uint16_t>(0x4200 | flags), command, reqId, payload);
+}
+
 std::vector<uint8_t> MakeDiscoveryAck(const CameraModel& model, uint16_t ackId)
 {
     // Offsets written out by hand so a layout slip in the product's structs cannot hide here.

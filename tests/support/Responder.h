@@ -77,6 +77,8 @@ uint32_t GetBe32(const std::vector<uint8_t>& bytes, size_t offset);
 
 // A GVCP acknowledge: status, ack code, length field = payload size, ack id, then the payload.
 std::vector<uint8_t> MakeAck(uint16_t status, uint16_t ack, uint16_t ackId, const std::vector<uint8_t>& payload);
+// A GVCP command: 0x42, flags, command code, length field = payload size, request id, then the payload.
+std::vector<uint8_t> MakeCommand(uint8_t flags, uint16_t command, uint16_t reqId, const std::vector<uint8_t>& payload);
 
 // What a simulated camera reports and holds.
 struct CameraModel {

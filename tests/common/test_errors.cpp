@@ -1,4 +1,3 @@
-#include "common/ErrorCodes.h"
 #include "common/Exception.h"
 #include "common/Helper.h"
 #include "common/TLIError.h"
@@ -16,15 +15,6 @@ TEST(AppException, ComposesCodeFunctionLineAndMessage)
     // Held as a std::exception the composed text is not visible: what() does not override.
     std::exception& base = e;
     EXPECT_STRNE(base.what(), e.what());
-}
-
-TEST(AppException, ThrowMacroNamesTheEnclosingFunction)
-{
-    try {
-        APP_THROW(GC_ERR_TIMEOUT, "Timeout!");
-    } catch (CAppException& e) {
-        EXPECT_EQ(std::string(e.what()).rfind("{-1011}{TestBody:line[", 0), 0u) << e.what();
-    }
 }
 
 TEST(TLIError, SizeQueryExactAndShortBuffers)

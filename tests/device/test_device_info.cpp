@@ -16,11 +16,6 @@ const std::string kFull32 = "ABCDEFGHIJKLMNOPQRSTUVWXYZ012345";
 const std::string kFull16 = "0123456789abcdef";
 
 // Acknowledge bytes come from the test support's own offsets, not from the product's struct.
-std::vector<uint8_t> AckBytes(const CameraModel& model)
-{
-    return aictest::MakeDiscoveryAck(model, 0x1234);
-}
-
 CDeviceInfo Decode(const std::vector<uint8_t>& bytes)
 {
     ZQ_DISCOVERY_ACK ack;
@@ -30,7 +25,7 @@ CDeviceInfo Decode(const std::vector<uint8_t>& bytes)
 
 CDeviceInfo Decode(const CameraModel& model)
 {
-    return Decode(AckBytes(model));
+    return Decode(aictest::MakeDiscoveryAck(model, 1));
 }
 
 std::string InfoText(CDeviceInfo& info, int id)
@@ -153,7 +148,7 @@ TEST(DeviceInfo, EqualityComparesIdentityNamesAddressesAndConfigOnly)
         {"gateway", byteAt(79), false},
         {"user-defined name", byteAt(240), false},
     };
-    const std::vector<uint8_t> base = AckBytes(CameraModel());
+    const std::vector<uint8_t> base = aictest::MakeDiscoveryAck(CameraModel(), 1);
     for (const auto& c : cases) {
         std::vector<uint8_t> changed = base;
         c.edit(changed);

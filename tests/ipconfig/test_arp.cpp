@@ -3,7 +3,6 @@
 
 #include <arpa/inet.h>
 #include <cstring>
-#include <fcntl.h>
 #include <future>
 #include <gtest/gtest.h>
 #include <linux/if_packet.h>
@@ -15,6 +14,7 @@
 #include <stdexcept>
 #include <string>
 #include <sys/socket.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -28,16 +28,13 @@ class LinkPeer {
 public:
     explicit LinkPeer(const PeerLink& link)
     {
-        const int home = open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC);
-        if (home < 0 || setns(link.PeerNamespace(), CLONE_NEWNET) != 0) {
-            throw std::runtime_error("cannot enter the peer namespace");
-        }
-        m_fd = socket(AF_PACKET, SOCK_RAW, htons(ETH_P_ALL));
-        m_ifindex = static_cast<int>(if_nametoindex(PeerLink::kPeerIf));
-        if (setns(home, CLONE_NEWNET) != 0) {
-            abort(); // the rest of the test would run in the wrong namespace
-        }
-        close(home);
+        // setns on a thread of its own leaves the test's thread where it is.
+        std::thread([this, &link] {
+            if (setns(link.PeerNamespace(), CLONE_NEWNET) == 0) {
+                m_fd = socket(AF_PACKET, SOCK_RAW, htons(ETH_P_ALL));
+                m_ifindex = static_cast<int>(if_nametoindex(PeerLink::kPeerIf));
+            }
+        }).join();
         sockaddr_ll address;
         memset(&address, 0, sizeof(address));
         address.sll_family = AF_PACKET;

@@ -70,6 +70,27 @@ TEST(Ipcalc, MaskBitsAndSameSubnet)
     EXPECT_FALSE(c.IsInSameSubnet(0xC0A80105, 0xC0A802FE, 0xFFFFFF00));
 }
 
+// Classes decide which single prefix lengths isvalidmask refuses (9, 17, 25).
+TEST(Ipcalc, ClassesAndMaskValidation)
+{
+    const struct {
+        unsigned int ip, mask;
+        char cls;
+        bool valid;
+    } cases[] = {
+        {0x0A000000, 0xFF800000, 'A', false}, {0x0A000000, 0xFFC00000, 'A', true},
+        {0x0A000000, 0xFFFFFFFC, 'A', true},  {0x0A000000, 0xFFFFFFFE, 'A', false},
+        {0x0A000000, 0xFF00FF00, 'A', false}, {0xAC100000, 0xFFFF8000, 'B', false},
+        {0xC0A80100, 0xFFFFFF80, 'C', false}, {0xC0A80100, 0xFFFF0000, 'C', false},
+        {0xE0000000, 0xFF800000, 'D', true},  {0xF0000001, 0xFFFFFF00, 'E', true},
+    };
+    Cipcalc c;
+    for (const auto& t : cases) {
+        EXPECT_EQ(c.getipclass(t.ip), t.cls) << std::hex << t.ip;
+        EXPECT_EQ(c.isvalidmask(t.ip, t.mask), t.valid) << std::hex << t.ip << "/" << t.mask;
+    }
+}
+
 TEST(Ipcalc, SubnetRangeActsOnTheLastByteAndCarriesOnConversion)
 {
     const struct {

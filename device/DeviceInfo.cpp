@@ -103,7 +103,7 @@ CDeviceInfo& CDeviceInfo::operator=(const CDeviceInfo& other)
 
 CDeviceInfo::~CDeviceInfo() = default;
 
-std::string CDeviceInfo::GetID() const
+const std::string& CDeviceInfo::GetID() const
 {
     return m_strID;
 }

@@ -22,7 +22,7 @@ public:
     CDeviceInfo& operator=(const CDeviceInfo& other);
     virtual ~CDeviceInfo();
 
-    std::string GetID() const;
+    const std::string& GetID() const;
     bool IsMyID(std::string const& id) const;
     bool IsMyMAC(std::string const& mac) const;
     bool operator==(CDeviceInfo const& other) const;

@@ -160,6 +160,22 @@ def found_per_pass(entries, sends):
     return passes
 
 
+def camera_waits(entries, sends):
+    """Seconds the tool waited on camera answers one after another: the access-status READREGs of a
+    pass run serially per interface and the interfaces in parallel (the slowest counts), then the
+    force-IP acknowledges."""
+    serial = {}
+    for e in entries:
+        if e["cmd"] == "readreg" and e["answer"] and e["src"].endswith(":59001") and e["iface"] in sends:
+            key = (bisect.bisect_right(sends[e["iface"]], e["t"]) - 1, e["iface"])
+            serial[key] = serial.get(key, 0.0) + e["answer"]["delay_ms"]
+    slowest = {}
+    for (index, _), ms in serial.items():
+        slowest[index] = max(slowest.get(index, 0.0), ms)
+    acks = sum(e["answer"]["delay_ms"] for e in entries if e["cmd"] == "forceip_ex" and e["answer"])
+    return (sum(slowest.values()) + acks) / 1000
+
+
 def progress(chunks):
     """Times of the progress dots and of the newline that ends them."""
     text, times = "", []
@@ -183,25 +199,27 @@ def udp_at(rows, t):
     return rows[max(index, 0)]
 
 
-def peak_read_rate(rows, until, span=0.01):
-    """Most datagrams read per second over any stretch of at least `span` seconds."""
+def peak_rate(rows, until, count, span=0.01):
+    """Most events per second over any stretch of at least `span` seconds, `count` taken of a row."""
     rows = [r for r in rows if r[0] <= until]
     best = 0.0
     for i, row in enumerate(rows):
         for later in rows[i + 1:]:
             if later[0] - row[0] >= span:
-                best = max(best, (later[1] - row[1]) / (later[0] - row[0]))
+                best = max(best, (count(later) - count(row)) / (later[0] - row[0]))
                 break
     return round(best)
 
 
 def udp_summary(m, until):
+    """Rows are [time, InDatagrams (read by the application), RcvbufErrors, NoPorts, largest queue]."""
     rows = m["udp"]
     first, at, last = rows[0], udp_at(rows, until), rows[-1]
     return {"drops_first": at[2] - first[2], "reads_first": at[1] - first[1],
             "drops_total": last[2] - first[2], "noports_total": last[3] - first[3],
             "peak_queue_first": max(r[4] for r in rows if r[0] <= until),
-            "peak_read_rate": peak_read_rate(rows, until)}
+            "peak_read_rate": peak_rate(rows, until, lambda r: r[1]),
+            "peak_arrival_rate": peak_rate(rows, until, lambda r: r[1] + r[2])}
 
 
 def floor_phases(n_if, probes, passes, timed_out):
@@ -229,10 +247,10 @@ def analyse_tool(case, m, entries):
     forced = {e["camera"] for e in entries if e["cmd"] == "forceip_ex" and e["camera"]}
     report = "".join(chunk for _, chunk in m["chunks"])
     return {
-        "key": case["key"], "tool": TOOL, "wall_s": m["wall_s"], "exit": m["exit"],
+        "key": case["key"], "tool": TOOL, "wall_s": m["wall_s"], "exit": m["exit"], "load1": m["load1"],
         "user_s": m["user_s"], "sys_s": m["sys_s"], "maxrss_kib": m["maxrss_kib"],
         "probes": len(probes), "passes": len(dots), "timed_out": timed_out, "forced": len(forced),
-        "floor_s": round(sum(floors.values()), 4),
+        "floor_s": round(sum(floors.values()), 4), "camera_s": round(camera_waits(entries, sends), 4),
         "phases": {k: round(v, 4) for k, v in measured.items()},
         "phase_floors": {k: round(v, 4) for k, v in floors.items()},
         "found_first": len(passes.get(0, set()) | forced),
@@ -298,40 +316,55 @@ def table(header, rows):
     return "\n".join(lines)
 
 
+def own_overhead(run):
+    """Run time less the fixed waits and the camera answers the tool waited for."""
+    return run["wall_s"] - run["floor_s"] - run["camera_s"]
+
+
 def standard_section(results):
     rows, phases = [], []
     for case in (c for c in results["cases"] if c["kind"] == "standard"):
         runs = runs_of(results, case["key"])
-        wall, floor = median([r["wall_s"] for r in runs]), median([r["floor_s"] for r in runs])
-        rows.append([case["label"], case["interfaces"], case["present"], median([r["forced"] for r in runs]),
+        rows.append([case["label"], case["interfaces"], case["present"], spread([r["forced"] for r in runs]),
                      spread([r["probes"] for r in runs]), spread([r["passes"] for r in runs]),
-                     fmt(floor, 3), fmt(wall, 3), fmt(median([r["wall_s"] / r["floor_s"] for r in runs]), 3),
-                     fmt(median([(r["wall_s"] - r["floor_s"]) * 1000 for r in runs]), 0), len(runs)])
-        phases.append([case["label"]] + [
-            fmt(median([(r["phases"][p] - r["phase_floors"][p]) * 1000 for r in runs]), 1)
-            for p in ("startup", "enum1", "planner", "confirm", "exit")])
+                     fmt(median([r["floor_s"] for r in runs]), 3), fmt(median([r["wall_s"] for r in runs]), 3),
+                     fmt(median([r["wall_s"] / r["floor_s"] for r in runs]), 3),
+                     fmt(median([r["camera_s"] * 1000 for r in runs]), 1),
+                     fmt(median([own_overhead(r) * 1000 for r in runs]), 0),
+                     fmt(median([100 * own_overhead(r) / r["floor_s"] for r in runs]), 1), len(runs)])
+        over = {p: median([(r["phases"][p] - r["phase_floors"][p]) * 1000 for r in runs])
+                for p in ("startup", "enum1", "planner", "confirm", "exit")}
+        probes = median([r["probes"] for r in runs])
+        phases.append([case["label"]] + [fmt(v, 1) for v in over.values()]
+                      + [fmt(over["planner"] / probes, 1) if probes else "-"])
     return "\n\n".join([
         "## 1. Run time against the floor of the fixed waits",
-        "Cameras answer at once (answer window 0 ms), so everything above the floor is the tool's own "
-        "time plus the simulator's turnaround. Floor = first discovery window (500 ms + 1 ms per further "
-        "interface) + 1000 ms per ARP probe + per confirmation pass a 500 ms window (+1 ms per interface) "
-        "+ 500 ms sleep between passes. Probes are counted on the wire, passes from the progress dots. "
-        "Medians; [min–max] where runs differ.",
+        "Cameras answer at once (answer window 0 ms). Floor = first discovery window (500 ms, +1 ms per "
+        "further interface) + 1000 ms per ARP probe + per confirmation pass a 500 ms window (+1 ms per "
+        "interface) + 500 ms sleep between passes. Probes are counted on the wire, passes from the "
+        "progress dots. Camera answers = the answer delays the simulator recorded for the READREGs and "
+        "force-IP acknowledges the tool waited for; the tool's own overhead is what remains above floor "
+        "and camera answers. Medians; [min–max] where runs differ.",
         table(["scenario", "interfaces", "cameras", "re-addressed", "ARP probes", "passes", "floor (s)",
-               "run time (s)", "run / floor", "overhead (ms)", "runs"], rows),
-        "Overhead by phase (median ms above that phase's fixed waits): start-up = process start to the "
-        "first discovery on the wire; first enumeration = to the first ARP probe (or the first dot); "
-        "planner = probes and force-IP exchanges; confirmation = first dot to the newline; exit = "
+               "run time (s)", "run / floor", "camera answers (ms)", "own overhead (ms)", "own overhead (%)",
+               "runs"], rows),
+        "Where the time above the floor goes (median ms above each phase's fixed waits): start-up = process "
+        "start to the first discovery on the wire; first enumeration = to the first ARP probe (or the first "
+        "dot); planner = probes and force-IP exchanges; confirmation = first dot to the newline; exit = "
         "newline to process end (report, teardown).",
-        table(["scenario", "start-up", "first enumeration", "planner", "confirmation", "exit"], phases)])
+        table(["scenario", "start-up", "first enumeration", "planner", "confirmation", "exit",
+               "planner, per probe"], phases)])
 
 
 def scale_row(case, runs):
     found = [r["found_first"] for r in runs]
     return [case["label"], case["present"], spread(found), fmt(median([100.0 * f / case["present"] for f in found]), 1),
             spread([r["drops_first"] for r in runs]), fmt(median([r["peak_queue_first"] / 1024 for r in runs]), 1),
-            fmt(median([r["peak_read_rate"] for r in runs]), 0), spread([r["passes"] for r in runs]),
-            sum(r["timed_out"] for r in runs), fmt(median([r["wall_s"] for r in runs]), 1), len(runs)]
+            fmt(median([r["peak_read_rate"] for r in runs]), 0), fmt(median([r["peak_arrival_rate"] for r in runs]), 0),
+            spread([r["passes"] for r in runs]),
+            sum(r["timed_out"] for r in runs), fmt(median([r["wall_s"] for r in runs]), 1),
+            fmt(median([r["floor_s"] for r in runs]), 1), fmt(median([r["camera_s"] for r in runs]), 1),
+            fmt(median([own_overhead(r) for r in runs]), 2), len(runs)]
 
 
 def miss_note(case, runs):
@@ -352,7 +385,8 @@ def scale_section(results):
     lever = [(c, runs_of(results, c["key"], variant="rmem")) for c in scale]
     lever_rows = [scale_row(c, runs) for c, runs in lever if runs]
     header = ["scenario", "present", "found by the first enumeration", "%", "dropped by the kernel",
-              "peak queue (KiB)", "peak read rate (/s)", "passes", "timed out", "run time (s)", "runs"]
+              "peak queue (KiB)", "peak read rate (/s)", "peak arrival rate (/s)", "passes", "timed out", "run time (s)", "floor (s)",
+              "camera answers (s)", "own overhead (s)", "runs"]
     parts = [
         "## 2. Discovery at scale",
         f"Cameras answer after a random delay of 0–30 ms (the simulator's default), all inside the "
@@ -361,8 +395,11 @@ def scale_section(results):
         f"simulator's record. Dropped = UDP RcvbufErrors during the first enumeration; queue = largest receive "
         f"queue on the tool's ports, sampled every 5 ms (the kernel default buffer is "
         f"{results['machine']['rmem_default']} bytes); read rate = UDP datagrams read per second over the best "
-        f"10 ms. Passes = confirmation passes (dots); a pass repeats while any camera of the first enumeration "
-        f"is missing, until the 25 s limit ('timed out').",
+        f"10 ms, arrival rate = datagrams read or dropped per second over the best 10 ms (a lower bound: "
+        f"it leaves out what was still queued). Passes = confirmation passes (dots); a pass repeats while any camera of the first enumeration "
+        f"is missing, until the 25 s limit ('timed out'). Floor, camera answers and own overhead as in "
+        f"section 1: the access-status READREGs go to one camera after another, so every pass waits for "
+        f"each camera's answer delay in turn.",
         table(header, rows),
         "\n".join(notes) if notes else "Every scenario found all cameras in the first enumeration."]
     if lever_rows:
@@ -381,11 +418,14 @@ def cost_section(results):
         runs = runs_of(results, case["key"])
         rows.append([case["label"], fmt(median([r["user_s"] for r in runs]), 3), fmt(median([r["sys_s"] for r in runs]), 3),
                      fmt(median([r["user_s"] + r["sys_s"] for r in runs]), 3),
-                     fmt(median([r["maxrss_kib"] / 1024 for r in runs]), 1), fmt(median([r["wall_s"] for r in runs]), 2)])
+                     fmt(median([r["maxrss_kib"] / 1024 for r in runs]), 1), fmt(median([r["wall_s"] for r in runs]), 2),
+                     fmt(median([r["load1"] for r in runs]), 1)])
     return "\n\n".join([
         "## 3. Cost of the tool",
-        "CPU time and peak resident set of the tool's process (wait4), medians over the runs above.",
-        table(["scenario", "user (s)", "sys (s)", "user + sys (s)", "peak RSS (MiB)", "wall (s)"], rows)])
+        "CPU time and peak resident set of the tool's process (wait4), medians over the runs above. Load = "
+        "the machine's 1-minute load average when each run started (2 CPUs; other work competes with the "
+        "tool and the simulator).",
+        table(["scenario", "user (s)", "sys (s)", "user + sys (s)", "peak RSS (MiB)", "wall (s)", "load"], rows)])
 
 
 def arv_section(results):

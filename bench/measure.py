@@ -165,6 +165,8 @@ def main():
     if not command:
         parser.error("no command")
     refuse_outside_lab()
+    with open("/proc/loadavg", encoding="ascii") as f:
+        load1 = float(f.read().split()[0])  # other work on the machine skews every figure
     sampler, sniffer = Sampler(args.poll_ms / 1000.0), ProbeSniffer()
     sampler.sample()
     sampler.start()
@@ -174,7 +176,7 @@ def main():
     finally:
         sniffer.finish()
         sampler.finish()
-    result.update(probes=sniffer.probes, udp=sampler.rows,
+    result.update(probes=sniffer.probes, udp=sampler.rows, load1=load1,
                   rmem_default=int(open("/proc/sys/net/core/rmem_default", encoding="ascii").read()))
     print(json.dumps(result), flush=True)
 

@@ -97,6 +97,9 @@ bool ParseOptions(int argc, char* argv[], RUN_OPTIONS* options, std::string* pro
 
 std::string FindUnknownInterface(const std::vector<std::string>& names)
 {
+    if (names.empty()) {
+        return std::string();
+    }
     const std::vector<std::string> known = HostInterfaceNames();
     for (const std::string& name : names) {
         if (std::find(known.begin(), known.end(), name) == known.end()) {

@@ -13,6 +13,7 @@ usage: lab.py SCENARIO.json [--record FILE.jsonl] [--tool PATH] [--timeout SECON
 import argparse
 import json
 import os
+import re
 import secrets
 import shutil
 import signal
@@ -31,11 +32,15 @@ EXIT_LAB_FAILED = 125
 EXIT_INTERRUPTED = 130
 INTERFACE_KEYS = {"name", "mac", "addresses", "gateway", "routes", "mtu", "segment",
                   "cameras", "generate"}
+SYSCTL_KEY = re.compile(r"net/(core|ipv4|ipv6)(/[\w.-]+)+")
+# Drops the raw-network right for good: from the bounding set and from what an exec may inherit.
+NO_NET_RAW = ["setpriv", "--bounding-set=-net_raw", "--inh-caps=-net_raw", "--"]
 
-HOST_SYSCTLS = {
-    # answers come from cameras in foreign subnets, and sometimes from our own address
-    "net/ipv4/conf/all/rp_filter": 0, "net/ipv4/conf/default/rp_filter": 0,
-    "net/ipv4/conf/all/accept_local": 1, "net/ipv4/conf/default/accept_local": 1,
+STOCK_HOST_SYSCTLS = {
+    # as Debian's systemd leaves a host: loose reverse-path filtering, our own addresses refused
+    # as sources; interfaces created later inherit "default"
+    "net/ipv4/conf/all/rp_filter": 2, "net/ipv4/conf/default/rp_filter": 2,
+    "net/ipv4/conf/all/accept_local": 0, "net/ipv4/conf/default/accept_local": 0,
     "net/ipv6/conf/all/disable_ipv6": 1, "net/ipv6/conf/default/disable_ipv6": 1,
 }
 SEGMENT_SYSCTLS = {
@@ -79,7 +84,26 @@ def load_scenario(path):
             raise LabError(f"{path}: bad interface {itf.get('name')!r} {sorted(unknown)}")
     if len(set(names)) != len(names):
         raise LabError(f"{path}: interface names repeat")
+    check_host_sysctls(path, scenario.get("host_sysctls", {}), names)
+    if not isinstance(scenario.get("no_net_raw", False), bool):
+        raise LabError(f"{path}: no_net_raw is true or false")
     return scenario
+
+
+def check_host_sysctls(path, sysctls, names):
+    """Keys under net/, per-interface ones only for the scenario's interfaces; whole numbers."""
+    for key, value in sysctls.items():
+        if (not SYSCTL_KEY.fullmatch(key) or ".." in key.split("/") or type(value) is not int
+                or interface_of(key) not in [None] + names):
+            raise LabError(f"{path}: bad host_sysctls entry {key!r}: {value!r}")
+
+
+def interface_of(key):
+    """The interface a net/ipv4/conf/NAME/... key sets; None for all, default and global keys.
+    Such keys can only be set once the interfaces exist."""
+    parts = key.split("/")
+    is_conf = parts[2:3] == ["conf"] and len(parts) > 4
+    return parts[3] if is_conf and parts[3] not in ("all", "default") else None
 
 
 class Lab:
@@ -112,7 +136,8 @@ class Lab:
     # bring-up
     def up(self):
         say(f"host namespace {self.host_ns}")
-        self.add_namespace(self.host_ns, HOST_SYSCTLS)
+        sysctls = dict(STOCK_HOST_SYSCTLS, **self.scenario.get("host_sysctls", {}))
+        self.add_namespace(self.host_ns, {k: v for k, v in sysctls.items() if interface_of(k) is None})
         run("ip", "-n", self.host_ns, "link", "set", "lo", "up")
         for name, segment in self.segments.items():
             self.add_namespace(segment["ns"], SEGMENT_SYSCTLS)
@@ -120,11 +145,19 @@ class Lab:
             for port, itf in enumerate(segment["interfaces"]):
                 self.add_interface(itf, segment["ns"], f"p{port}")
             self.start_simulator(name, segment)
+        self.set_sysctls(self.host_ns, {k: v for k, v in sysctls.items() if interface_of(k)})
+        if self.scenario.get("host_sysctls"):
+            say(f"host settings {self.scenario['host_sysctls']}")
 
     def add_namespace(self, ns, sysctls):
         run("ip", "netns", "add", ns)
         self.namespaces.append(ns)
-        run("ip", "netns", "exec", ns, "sh", "-c", sysctl_script(sysctls))
+        self.set_sysctls(ns, sysctls)
+
+    @staticmethod
+    def set_sysctls(ns, sysctls):
+        if sysctls:
+            run("ip", "netns", "exec", ns, "sh", "-ec", sysctl_script(sysctls))
 
     @staticmethod
     def add_bridge(ns):
@@ -169,6 +202,9 @@ class Lab:
     def run_command(self, argv, timeout):
         env = dict(os.environ, GVLAB_HOST_NS=self.host_ns, GVLAB_RECORD_DIR=self.workdir,
                    GVLAB_SEGMENT_NS=",".join(f"{n}={s['ns']}" for n, s in self.segments.items()))
+        if self.scenario.get("no_net_raw"):
+            say("command runs without the raw-network right")
+            argv = NO_NET_RAW + argv
         self.command = subprocess.Popen(["ip", "netns", "exec", self.host_ns] + argv,
                                         env=env, process_group=0)
         try:

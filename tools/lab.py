@@ -7,7 +7,7 @@ side, and removes everything it made on every exit path. Its own progress
 goes to stderr; stdout carries only the command's output.
 
 usage: lab.py SCENARIO.json [--record FILE.jsonl] [--tool PATH] [--timeout SECONDS]
-              [--window-ms LOW,HIGH] [-- COMMAND ARGS...]
+              [--window-ms LOW,HIGH] [--control-window-ms LOW,HIGH] [-- COMMAND ARGS...]
 """
 
 import argparse
@@ -107,9 +107,9 @@ def interface_of(key):
 
 
 class Lab:
-    def __init__(self, scenario, window_ms):
+    def __init__(self, scenario, windows):
         self.scenario = scenario
-        self.window_ms = window_ms
+        self.windows = windows
         self.run_id = f"{os.getpid() % 100000}{secrets.token_hex(2)}"
         self.host_ns = f"gvlab{self.run_id}h"
         self.segments = self.plan_segments()
@@ -190,7 +190,7 @@ class Lab:
         sim = subprocess.Popen(
             ["ip", "netns", "exec", segment["ns"], PYTHON, SIMULATOR, "--iface", BRIDGE,
              "--config", config, "--record", segment["record"], "--segment", name,
-             "--window-ms", self.window_ms],
+             "--window-ms", self.windows[0], "--control-window-ms", self.windows[1]],
             stdout=subprocess.PIPE, text=True, start_new_session=True)
         self.simulators.append(sim)
         ready = sim.stdout.readline().strip()
@@ -276,13 +276,15 @@ def parse_args(argv):
         command = []
     parser = argparse.ArgumentParser(
         usage="lab.py SCENARIO.json [--record FILE.jsonl] [--tool PATH] "
-              "[--timeout SECONDS] [--window-ms LOW,HIGH] [-- COMMAND ARGS...]",
+              "[--timeout SECONDS] [--window-ms LOW,HIGH] [--control-window-ms LOW,HIGH] "
+              "[-- COMMAND ARGS...]",
         description=__doc__.splitlines()[0])
     parser.add_argument("scenario")
     parser.add_argument("--record", help="write every command the cameras received (JSON lines)")
     parser.add_argument("--tool", help="tool to run when no command is given")
     parser.add_argument("--timeout", type=float, help="stop the command after this many seconds")
-    parser.add_argument("--window-ms", default="0,30", help="default answer delay window")
+    parser.add_argument("--window-ms", default="0,30", help="default discovery answer delay window")
+    parser.add_argument("--control-window-ms", default="0,0", help="answer delay window of other commands")
     args = parser.parse_args(argv)
     args.command = command
     return args
@@ -300,7 +302,7 @@ def main(argv):
     code = EXIT_LAB_FAILED
     try:
         command = args.command or default_command(args.tool)
-        lab = Lab(load_scenario(args.scenario), args.window_ms)
+        lab = Lab(load_scenario(args.scenario), (args.window_ms, args.control_window_ms))
         started = time.monotonic()
         lab.up()
         say(f"up in {time.monotonic() - started:.2f} s")

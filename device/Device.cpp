@@ -6,7 +6,7 @@
 #include "common/InstanceFactory.h"
 #include "common/StopWatch.h"
 #include "device/Interface.h"
-#include "gvcp/UdpComm.h"
+#include "gvcp/LinkTap.h"
 #include "ipconfig/ARP.h"
 #include "ipconfig/ipcalc.h"
 
@@ -265,6 +265,9 @@ void CDevice::__SendForceIPExCmd(char const* ip, char const* mask, char const* g
     // Devices answer by broadcast, so the acknowledge is read on the wildcard endpoint.
     UdpEndpoint receiver = OpenEndpoint(interfaceIP, GVCP_FORCEIP_EX_PORT_LOCAL, true);
     UdpEndpoint sender = OpenEndpoint(interfaceIP, GVCP_FORCEIP_EX_PORT_LOCAL, false);
+    // With the raw-network right the acknowledge is read at link level alone: a device still at a foreign
+    // address broadcasts it from there, and reverse-path filtering drops it before any UDP socket.
+    UdpEndpoint tap(OpenLinkTap(m_pInterface->GetInterfaceDescription(), interfaceIP, GVCP_FORCEIP_EX_PORT_LOCAL));
     std::string error;
     bool accepted = false;
     for (int attempt = 0; attempt < kSendAttempts; ++attempt) {
@@ -274,7 +277,7 @@ void CDevice::__SendForceIPExCmd(char const* ip, char const* mask, char const* g
             error = kSendLengthError;
             continue;
         }
-        accepted = AwaitForceIPExAck(*receiver, command.stHeader.wReqID, error);
+        accepted = AwaitForceIPExAck(tap ? *tap : *receiver, command.stHeader.wReqID, error);
         break;
     }
     if (!accepted) {

@@ -419,7 +419,9 @@ def scale_section(results):
         f"queue on the tool's ports, sampled every 5 ms (the kernel default buffer is "
         f"{results['machine']['rmem_default']} bytes); read rate = UDP datagrams read per second over the best "
         f"10 ms, arrival rate = datagrams read or dropped per second over the best 10 ms (a lower bound: "
-        f"it leaves out what was still queued). Passes = confirmation passes (dots); a pass repeats while any camera of the first enumeration "
+        f"it leaves out what was still queued). These counters see UDP sockets only: with the raw-network "
+        f"right the tool reads discovery acknowledges from a link-level socket and leaves its UDP sockets "
+        f"unread, so their drops are no loss; found is what counts. Passes = confirmation passes (dots); a pass repeats while any camera of the first enumeration "
         f"is missing, until the 25 s limit ('timed out'). Floor, camera answers and own overhead as in "
         f"section 1: the access-status READREGs go to one camera after another, so every pass pays each "
         f"exchange's turnaround in turn.",

@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 """Runs one command inside a camera lab's host namespace and prints one JSON line about it.
 
-What it reports: the command's wall time, CPU time (user, sys) and peak resident memory
-(from wait4), its standard output with the arrival time of every chunk, the ARP probe
+What it reports: the command's wall time, CPU time (user, sys, from wait4), peak resident
+memory (GNU time's, see run_command), its standard output with the arrival time of every chunk, the ARP probe
 frames sent while it ran (destination FF-FF-FF-FF-FF-00), and the namespace's UDP
 counters and receive queues sampled every few milliseconds. Times are Unix seconds so
 that they line up with the simulator's record.
@@ -18,12 +18,14 @@ import socket
 import struct
 import subprocess
 import sys
+import tempfile
 import threading
 import time
 
 ETH_P_ALL = 0x0003
 SO_ATTACH_FILTER = 26
 PACKET_OUTGOING = 4
+GNU_TIME = "/usr/bin/time"
 GVCP_HOST_PORTS = {59001, 59002, 59003, 59004}
 
 # Classic BPF: ARP frames whose destination is FF-FF-FF-FF-FF-00, the probe's own mark.
@@ -136,21 +138,28 @@ class ProbeSniffer(threading.Thread):
 
 
 def run_command(argv, env):
-    """Output chunks with their arrival times, then wall time and rusage from wait4."""
-    started = time.time()
-    child = subprocess.Popen(argv, stdout=subprocess.PIPE, stdin=subprocess.DEVNULL, env=env)
-    chunks = []
-    while True:
-        data = os.read(child.stdout.fileno(), 65536)
-        if not data:
-            break
-        chunks.append([round(time.time(), 4), data.decode("utf-8", "replace")])
-    _, status, usage = os.wait4(child.pid, 0)
-    ended = time.time()
-    child.stdout.close()
+    """Output chunks with their arrival times, then wall time and rusage from wait4.
+
+    A process forked from this one keeps its peak resident set across exec, so wait4's maxrss
+    would be Python's. GNU time, a small process, forks the command and reports the command's own.
+    CPU times include GNU time's, a millisecond or so."""
+    with tempfile.NamedTemporaryFile("r", prefix="aic-measure-") as peak:
+        started = time.time()
+        child = subprocess.Popen([GNU_TIME, "-f", "%M", "-o", peak.name, "--", *argv],
+                                 stdout=subprocess.PIPE, stdin=subprocess.DEVNULL, env=env)
+        chunks = []
+        while True:
+            data = os.read(child.stdout.fileno(), 65536)
+            if not data:
+                break
+            chunks.append([round(time.time(), 4), data.decode("utf-8", "replace")])
+        _, status, usage = os.wait4(child.pid, 0)
+        ended = time.time()
+        child.stdout.close()
+        maxrss = int(peak.read().split()[-1])  # after a "Command exited ..." line, if any
     return {"start": round(started, 4), "end": round(ended, 4), "wall_s": round(ended - started, 4),
             "exit": os.waitstatus_to_exitcode(status), "user_s": usage.ru_utime,
-            "sys_s": usage.ru_stime, "maxrss_kib": usage.ru_maxrss, "chunks": chunks}
+            "sys_s": usage.ru_stime, "maxrss_kib": maxrss, "chunks": chunks}
 
 
 def main():

@@ -241,7 +241,7 @@ class Faults:
 
 
 class Camera:
-    def __init__(self, conf, window_ms):
+    def __init__(self, conf, window_ms, control_ms):
         unknown = set(conf) - CAMERA_KEYS
         if unknown:
             fail(f"unknown camera fields: {sorted(unknown)}")
@@ -272,6 +272,7 @@ class Camera:
         self.restart_delay = number(conf.get("restart_delay_ms", 2000)) / 1000.0
         low, high = conf.get("answer_window_ms", window_ms)
         self.window = (number(low) / 1000.0, number(high) / 1000.0)
+        self.control_window = (control_ms[0] / 1000.0, control_ms[1] / 1000.0)
         self.faults = Faults(conf.get("faults", {}))
         self.ccp = 0
         self.heartbeat = 3000
@@ -285,7 +286,9 @@ class Camera:
         return dst_ip in (self.ip, LIMITED_BROADCAST, directed)
 
     def delay(self, name):
-        return random.uniform(*self.window) + self.faults.slow.get(name, 0.0)
+        """Discovery answers are spread out as devices do to avoid a burst; the rest come at once."""
+        window = self.window if name == "discovery" else self.control_window
+        return random.uniform(*window) + self.faults.slow.get(name, 0.0)
 
     def discovery_ack(self, ack_id, ip=None):
         full = self.faults.full_text
@@ -381,11 +384,11 @@ def expand_generated(block):
 
 # --- the link ----------------------------------------------------------------
 class Simulator:
-    def __init__(self, config, iface, segment, record, window_ms):
+    def __init__(self, config, iface, segment, record, window_ms, control_ms):
         confs = list(config.get("cameras", []))
         for block in config.get("generate", []):
             confs += expand_generated(block)
-        self.cameras = [Camera(conf, window_ms) for conf in confs]
+        self.cameras = [Camera(conf, window_ms, control_ms) for conf in confs]
         self.by_mac = {}
         for cam in self.cameras:
             if cam.mac in self.by_mac:
@@ -689,7 +692,9 @@ def parse_args(argv):
     parser.add_argument("--record", help="append one JSON line per command received")
     parser.add_argument("--segment", default="", help="segment name written to the record")
     parser.add_argument("--window-ms", default="0,30",
-                        help="default answer delay window in ms, LOW,HIGH (default 0,30)")
+                        help="default discovery answer delay window in ms, LOW,HIGH (default 0,30)")
+    parser.add_argument("--control-window-ms", default="0,0",
+                        help="answer delay window of every other command in ms (default 0,0)")
     return parser.parse_args(argv)
 
 
@@ -697,8 +702,8 @@ def main(argv=None):
     args = parse_args(argv)
     with open(args.config, encoding="utf-8") as f:
         config = json.load(f)
-    window = [float(v) for v in args.window_ms.split(",")]
-    sim = Simulator(config, args.iface, args.segment or args.iface, args.record, window)
+    window, control = ([float(v) for v in text.split(",")] for text in (args.window_ms, args.control_window_ms))
+    sim = Simulator(config, args.iface, args.segment or args.iface, args.record, window, control)
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(0))
     signal.signal(signal.SIGINT, lambda *_: sys.exit(0))
     print(f"ready {len(sim.cameras)} cameras on {args.iface}", flush=True)

@@ -7,12 +7,13 @@ side, and removes everything it made on every exit path. Its own progress
 goes to stderr; stdout carries only the command's output.
 
 usage: lab.py SCENARIO.json [--record FILE.jsonl] [--tool PATH] [--timeout SECONDS]
-              [--window-ms LOW,HIGH] [-- COMMAND ARGS...]
+              [--window-ms LOW,HIGH] [--control-window-ms LOW,HIGH] [-- COMMAND ARGS...]
 """
 
 import argparse
 import json
 import os
+import re
 import secrets
 import shutil
 import signal
@@ -31,11 +32,15 @@ EXIT_LAB_FAILED = 125
 EXIT_INTERRUPTED = 130
 INTERFACE_KEYS = {"name", "mac", "addresses", "gateway", "routes", "mtu", "segment",
                   "cameras", "generate"}
+SYSCTL_KEY = re.compile(r"net/(core|ipv4|ipv6)(/[\w.-]+)+")
+# Drops the raw-network right for good: from the bounding set and from what an exec may inherit.
+NO_NET_RAW = ["setpriv", "--bounding-set=-net_raw", "--inh-caps=-net_raw", "--"]
 
-HOST_SYSCTLS = {
-    # answers come from cameras in foreign subnets, and sometimes from our own address
-    "net/ipv4/conf/all/rp_filter": 0, "net/ipv4/conf/default/rp_filter": 0,
-    "net/ipv4/conf/all/accept_local": 1, "net/ipv4/conf/default/accept_local": 1,
+STOCK_HOST_SYSCTLS = {
+    # as Debian's systemd leaves a host: loose reverse-path filtering, our own addresses refused
+    # as sources; interfaces created later inherit "default"
+    "net/ipv4/conf/all/rp_filter": 2, "net/ipv4/conf/default/rp_filter": 2,
+    "net/ipv4/conf/all/accept_local": 0, "net/ipv4/conf/default/accept_local": 0,
     "net/ipv6/conf/all/disable_ipv6": 1, "net/ipv6/conf/default/disable_ipv6": 1,
 }
 SEGMENT_SYSCTLS = {
@@ -79,13 +84,32 @@ def load_scenario(path):
             raise LabError(f"{path}: bad interface {itf.get('name')!r} {sorted(unknown)}")
     if len(set(names)) != len(names):
         raise LabError(f"{path}: interface names repeat")
+    check_host_sysctls(path, scenario.get("host_sysctls", {}), names)
+    if not isinstance(scenario.get("no_net_raw", False), bool):
+        raise LabError(f"{path}: no_net_raw is true or false")
     return scenario
 
 
+def check_host_sysctls(path, sysctls, names):
+    """Keys under net/, per-interface ones only for the scenario's interfaces; whole numbers."""
+    for key, value in sysctls.items():
+        if (not SYSCTL_KEY.fullmatch(key) or ".." in key.split("/") or type(value) is not int
+                or interface_of(key) not in [None] + names):
+            raise LabError(f"{path}: bad host_sysctls entry {key!r}: {value!r}")
+
+
+def interface_of(key):
+    """The interface a net/ipv4/conf/NAME/... key sets; None for all, default and global keys.
+    Such keys can only be set once the interfaces exist."""
+    parts = key.split("/")
+    is_conf = parts[2:3] == ["conf"] and len(parts) > 4
+    return parts[3] if is_conf and parts[3] not in ("all", "default") else None
+
+
 class Lab:
-    def __init__(self, scenario, window_ms):
+    def __init__(self, scenario, windows):
         self.scenario = scenario
-        self.window_ms = window_ms
+        self.windows = windows
         self.run_id = f"{os.getpid() % 100000}{secrets.token_hex(2)}"
         self.host_ns = f"gvlab{self.run_id}h"
         self.segments = self.plan_segments()
@@ -112,7 +136,8 @@ class Lab:
     # bring-up
     def up(self):
         say(f"host namespace {self.host_ns}")
-        self.add_namespace(self.host_ns, HOST_SYSCTLS)
+        sysctls = dict(STOCK_HOST_SYSCTLS, **self.scenario.get("host_sysctls", {}))
+        self.add_namespace(self.host_ns, {k: v for k, v in sysctls.items() if interface_of(k) is None})
         run("ip", "-n", self.host_ns, "link", "set", "lo", "up")
         for name, segment in self.segments.items():
             self.add_namespace(segment["ns"], SEGMENT_SYSCTLS)
@@ -120,11 +145,19 @@ class Lab:
             for port, itf in enumerate(segment["interfaces"]):
                 self.add_interface(itf, segment["ns"], f"p{port}")
             self.start_simulator(name, segment)
+        self.set_sysctls(self.host_ns, {k: v for k, v in sysctls.items() if interface_of(k)})
+        if self.scenario.get("host_sysctls"):
+            say(f"host settings {self.scenario['host_sysctls']}")
 
     def add_namespace(self, ns, sysctls):
         run("ip", "netns", "add", ns)
         self.namespaces.append(ns)
-        run("ip", "netns", "exec", ns, "sh", "-c", sysctl_script(sysctls))
+        self.set_sysctls(ns, sysctls)
+
+    @staticmethod
+    def set_sysctls(ns, sysctls):
+        if sysctls:
+            run("ip", "netns", "exec", ns, "sh", "-ec", sysctl_script(sysctls))
 
     @staticmethod
     def add_bridge(ns):
@@ -157,7 +190,7 @@ class Lab:
         sim = subprocess.Popen(
             ["ip", "netns", "exec", segment["ns"], PYTHON, SIMULATOR, "--iface", BRIDGE,
              "--config", config, "--record", segment["record"], "--segment", name,
-             "--window-ms", self.window_ms],
+             "--window-ms", self.windows[0], "--control-window-ms", self.windows[1]],
             stdout=subprocess.PIPE, text=True, start_new_session=True)
         self.simulators.append(sim)
         ready = sim.stdout.readline().strip()
@@ -169,6 +202,9 @@ class Lab:
     def run_command(self, argv, timeout):
         env = dict(os.environ, GVLAB_HOST_NS=self.host_ns, GVLAB_RECORD_DIR=self.workdir,
                    GVLAB_SEGMENT_NS=",".join(f"{n}={s['ns']}" for n, s in self.segments.items()))
+        if self.scenario.get("no_net_raw"):
+            say("command runs without the raw-network right")
+            argv = NO_NET_RAW + argv
         self.command = subprocess.Popen(["ip", "netns", "exec", self.host_ns] + argv,
                                         env=env, process_group=0)
         try:
@@ -240,13 +276,15 @@ def parse_args(argv):
         command = []
     parser = argparse.ArgumentParser(
         usage="lab.py SCENARIO.json [--record FILE.jsonl] [--tool PATH] "
-              "[--timeout SECONDS] [--window-ms LOW,HIGH] [-- COMMAND ARGS...]",
+              "[--timeout SECONDS] [--window-ms LOW,HIGH] [--control-window-ms LOW,HIGH] "
+              "[-- COMMAND ARGS...]",
         description=__doc__.splitlines()[0])
     parser.add_argument("scenario")
     parser.add_argument("--record", help="write every command the cameras received (JSON lines)")
     parser.add_argument("--tool", help="tool to run when no command is given")
     parser.add_argument("--timeout", type=float, help="stop the command after this many seconds")
-    parser.add_argument("--window-ms", default="0,30", help="default answer delay window")
+    parser.add_argument("--window-ms", default="0,30", help="default discovery answer delay window")
+    parser.add_argument("--control-window-ms", default="0,0", help="answer delay window of other commands")
     args = parser.parse_args(argv)
     args.command = command
     return args
@@ -264,7 +302,7 @@ def main(argv):
     code = EXIT_LAB_FAILED
     try:
         command = args.command or default_command(args.tool)
-        lab = Lab(load_scenario(args.scenario), args.window_ms)
+        lab = Lab(load_scenario(args.scenario), (args.window_ms, args.control_window_ms))
         started = time.monotonic()
         lab.up()
         say(f"up in {time.monotonic() - started:.2f} s")

@@ -98,7 +98,7 @@ def held_addresses(scenario):
 
 def host_fault_command(fault, tool, work):
     if fault == "no_raw":
-        return ["setpriv", "--bounding-set", "-net_raw", "--", tool]
+        return ["setpriv", "--bounding-set", "-net_raw", "--inh-caps", "-net_raw", "--", tool]
     routes = os.path.join(work, "net")
     os.mkdir(routes)
     if fault == "route_missing":

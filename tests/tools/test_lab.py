@@ -164,6 +164,15 @@ def check_arp():
     raw.close()
 
 
+def check_host():
+    """Stock settings, strict filtering only where the scenario asks (SIM-OUT passes by the gateway)."""
+    def conf(name, key):
+        with open(f"/proc/sys/net/ipv4/conf/{name}/{key}", encoding="ascii") as f:
+            return int(f.read())
+    assert [conf(n, "rp_filter") for n in ("all", "default", "eth0", "cam1")] == [2, 2, 1, 2]
+    assert [conf(n, "accept_local") for n in ("all", "eth0")] == [0, 0]
+
+
 def check_aravis():
     listing = subprocess.run(["arv-tool-0.8"], capture_output=True, text=True, timeout=30).stdout
     for serial in ("IN0001", "REF0003", "IN2001"):
@@ -177,7 +186,7 @@ def inside():
     while "Capturing on" not in tshark.stderr.readline():
         pass
     try:
-        for check in (check_aravis, check_arp, check_discovery_rules, check_registers, check_force_ip):
+        for check in (check_host, check_aravis, check_arp, check_discovery_rules, check_registers, check_force_ip):
             check()
             print("ok", check.__name__, flush=True)
     finally:
@@ -205,22 +214,30 @@ def lab(scenario, *extra, timeout=120, interrupt_after=None):
 
 def test_lifecycle():
     """Exit codes pass through; timeouts, signals and failures leave nothing behind."""
-    bad = os.path.join(tempfile.mkdtemp(), "bad.json")
-    with open(bad, "w", encoding="utf-8") as f:  # the simulator of the second link refuses it
-        json.dump({"interfaces": [{"name": "eth0"},
-                                  {"name": "eth1", "cameras": [{"mac": "1:2:3:4:5:6", "colour": 1}]}]}, f)
+    work = tempfile.mkdtemp()
+    bad, no_raw, bad_sysctl = (os.path.join(work, name) for name in ("bad.json", "no_raw.json", "sysctl.json"))
+    for path, scenario in ((bad, {"interfaces": [  # the simulator of the second link refuses it
+            {"name": "eth0"}, {"name": "eth1", "cameras": [{"mac": "1:2:3:4:5:6", "colour": 1}]}]}),
+            (no_raw, {"interfaces": [{"name": "eth0"}], "no_net_raw": True}),
+            (bad_sysctl, {"interfaces": [{"name": "eth0"}], "host_sysctls": {"net/ipv4/conf/all/no_such_key": 1}})):
+        with open(path, "w", encoding="utf-8") as f:
+            json.dump(scenario, f)
+    raw_socket = "import socket; socket.socket(socket.AF_PACKET, socket.SOCK_RAW)"
     cases = [  # scenario, extra arguments, interrupt after, expected exit code
         ("lab_selftest.json", ("--", "sh", "-c", "exit 7"), None, 7),
         ("lab_selftest.json", ("--timeout", "1", "--", "sleep", "30"), None, 124),
         ("lab_selftest.json", ("--", "sleep", "30"), 1.5, 130),
         ("lab_selftest.json", ("--", "/nonexistent/command"), None, 1),
         (bad, ("--", "true"), None, 125),
+        (bad_sysctl, ("--", "true"), None, 125),
+        ("lab_selftest.json", ("--", PYTHON, "-c", raw_socket), None, 0),
+        (no_raw, ("--", PYTHON, "-c", raw_socket), None, 1),
     ]
     for scenario, extra, interrupt_after, expected in cases:
         code, _, err, leftovers = lab(scenario, *extra, interrupt_after=interrupt_after)
         assert code == expected and not leftovers, (extra, code, leftovers)
         assert "down in" in err
-    shutil.rmtree(os.path.dirname(bad))
+    shutil.rmtree(work)
 
 
 def test_exchanges():

@@ -184,7 +184,7 @@ class Request:
 FAULT_KEYS = {
     "silent", "no_answer", "status", "wrong_ack_id", "stale_ack_id", "duplicate_discovery",
     "no_restart", "slow_ms", "flood", "truncate_ack", "oversize_ack", "full_text",
-    "second_address", "vanish_after_forceip",
+    "second_address", "vanish_after_forceip", "early_acks",
 }
 CAMERA_KEYS = {
     "mac", "ip", "mask", "gateway", "model", "vendor", "version", "serial", "user_name",
@@ -220,6 +220,7 @@ class Faults:
             fail(f"unknown faults: {sorted(unknown)}")
         self.mute = command_set(True if conf.get("silent") else conf.get("no_answer"))
         self.status = per_command(conf.get("status", {}), number)
+        self.early = per_command(conf.get("early_acks", {}), lambda statuses: [number(s) for s in statuses])
         self.wrong_id = command_set(conf.get("wrong_ack_id"))
         self.stale_id = command_set(conf.get("stale_ack_id"))
         self.slow = per_command(conf.get("slow_ms", 0), lambda ms: number(ms) / 1000.0)
@@ -432,10 +433,15 @@ class Simulator:
                 "to": f"{ip_text(dest[1])}:{dest[2]}", "delay_ms": round(delay * 1000, 1)}
 
     def ack(self, cam, req, status, body=b"", dest=None):
+        """The answer, after any early ones the faults ask for, 1 ms apart; logs the last."""
         name = req.name
-        status = cam.faults.status.get(name, status)
-        header = GVCP_ACK.pack(status, req.code + 1, len(body), cam.faults.ack_id(name, req.req_id))
-        return self.reply(cam, name, header + body, dest or self.sender(req))
+        statuses = cam.faults.early.get(name, []) + [cam.faults.status.get(name, status)]
+        ack_id = cam.faults.ack_id(name, req.req_id)
+        delay = cam.delay(name)
+        for i, each in enumerate(statuses):
+            header = GVCP_ACK.pack(each, req.code + 1, len(body), ack_id)
+            answer = self.reply(cam, name, header + body, dest or self.sender(req), delay + 0.001 * i)
+        return answer
 
     @staticmethod
     def sender(req):

@@ -7,8 +7,8 @@
 #include "common/StopWatch.h"
 #include "device/Interface.h"
 #include "gvcp/UdpComm.h"
-#include "ipconfig/ARP.h"
-#include "ipconfig/ipcalc.h"
+#include "device/ARP.h"
+#include "common/ipcalc.h"
 
 #include <arpa/inet.h>
 #include <cstring>

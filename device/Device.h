@@ -1,6 +1,6 @@
 #pragma once
 
-#include "device/DeviceInfo.h"
+#include "gvcp/DeviceInfo.h"
 #include "device/ZqObjectBase.h"
 #include "gvcp/GvcpProtocol.h"
 

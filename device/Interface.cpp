@@ -5,10 +5,10 @@
 #include "common/Helper.h"
 #include "common/InstanceFactory.h"
 #include "device/Device.h"
-#include "device/DeviceInfo.h"
+#include "gvcp/DeviceInfo.h"
 #include "gvcp/DeviceDiscovery.h"
 #include "gvcp/GVCPCtrlPort.h"
-#include "ipconfig/ipcalc.h"
+#include "common/ipcalc.h"
 
 #include <algorithm>
 #include <memory>

@@ -3,8 +3,8 @@
 #include "common/Exception.h"
 #include "device/Device.h"
 #include "device/Interface.h"
-#include "ipconfig/ARP.h"
-#include "ipconfig/ipcalc.h"
+#include "device/ARP.h"
+#include "common/ipcalc.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -2,7 +2,7 @@
 // fake host on the other end answers with a fuzzed frame of the type the probe listens for.
 #include "FuzzNet.h"
 
-#include "ipconfig/ARP.h"
+#include "device/ARP.h"
 
 #include <arpa/inet.h>
 #include <cstring>

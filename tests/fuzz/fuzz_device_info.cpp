@@ -2,7 +2,7 @@
 #include "FuzzNet.h"
 
 #include "common/Exception.h"
-#include "device/DeviceInfo.h"
+#include "gvcp/DeviceInfo.h"
 
 #include <cstring>
 #include <string>

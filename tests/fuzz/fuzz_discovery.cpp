@@ -2,7 +2,7 @@
 // to the interface endpoint (unicast) or the wildcard endpoint (broadcast).
 #include "FuzzNet.h"
 
-#include "device/DeviceInfo.h"
+#include "gvcp/DeviceInfo.h"
 #include "gvcp/DeviceDiscovery.h"
 #include "gvcp/GvcpProtocol.h"
 

@@ -3,7 +3,7 @@
 #include "FuzzNet.h"
 
 #include "device/Device.h"
-#include "device/DeviceInfo.h"
+#include "gvcp/DeviceInfo.h"
 #include "device/Interface.h"
 #include "device/InterfaceInfo.h"
 #include "device/NICAdapter.h"

@@ -2,7 +2,7 @@
 
 #include "common/Helper.h"
 #include "common/InstanceFactory.h"
-#include "device/DeviceInfo.h"
+#include "gvcp/DeviceInfo.h"
 #include "support/LinkTest.h"
 
 #include <memory>

@@ -2,7 +2,7 @@
 #include "gvcp/GVCPCtrlPort.h"
 
 #include "common/InstanceFactory.h"
-#include "device/DeviceInfo.h"
+#include "gvcp/DeviceInfo.h"
 #include "support/LinkTest.h"
 #include "support/Tshark.h"
 

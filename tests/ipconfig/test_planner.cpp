@@ -1,7 +1,7 @@
 #include "device/Device.h"
 #include "device/Interface.h"
 #include "ipconfig/IPConfigAllDevices.h"
-#include "ipconfig/ipcalc.h"
+#include "common/ipcalc.h"
 #include "support/NetNamespace.h"
 #include "support/Records.h"
 

@@ -1,9 +1,9 @@
-#include "device/DeviceInfo.h"
+#include "gvcp/DeviceInfo.h"
 
 #include "common/ErrorCodes.h"
 #include "common/Exception.h"
 #include "common/Helper.h"
-#include "ipconfig/ipcalc.h"
+#include "common/ipcalc.h"
 
 #include <arpa/inet.h>
 #include <cstring>

@@ -1,5 +1,5 @@
 #include "common/Exception.h"
-#include "device/DeviceInfo.h"
+#include "gvcp/DeviceInfo.h"
 #include "support/AppText.h"
 #include "support/Responder.h"
 

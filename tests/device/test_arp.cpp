@@ -1,4 +1,4 @@
-#include "ipconfig/ARP.h"
+#include "device/ARP.h"
 #include "support/LinkTest.h"
 
 #include <arpa/inet.h>

@@ -1,6 +1,6 @@
-#include "ipconfig/ARP.h"
+#include "device/ARP.h"
 
-#include "ipconfig/ipcalc.h"
+#include "common/ipcalc.h"
 
 #include <arpa/inet.h>
 #include <cstring>

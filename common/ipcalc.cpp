@@ -1,4 +1,4 @@
-#include "ipconfig/ipcalc.h"
+#include "common/ipcalc.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -10,41 +10,7 @@
 
 namespace {
 
-const uint16_t kEtherTypeARP = 0x0806;
-const uint16_t kEtherTypeRARP = 0x8035;
-const uint16_t kHardwareEthernet = 1;
-const uint16_t kProtocolIPv4 = 0x0800;
-const uint16_t kOpRequest = 1;
-const uint16_t kOpReply = 2;
 const unsigned int kReplyWaitMs = 1000;
-
-// Claims the candidate address for our MAC and asks for our own address.
-ARP_PACKET BuildRequest(in_addr_t localIP, in_addr_t probeIP, const unsigned char* mac)
-{
-    ARP_PACKET frame;
-    memset(&frame, 0, sizeof(frame));
-    // Only five bytes of the destination are set; the sixth stays 0.
-    memset(frame.aDestMAC, 0xFF, 5);
-    memcpy(frame.aSrcMAC, mac, 6);
-    frame.wEtherType = htons(kEtherTypeARP);
-    frame.wHardwareType = htons(kHardwareEthernet);
-    frame.wProtocolType = htons(kProtocolIPv4);
-    frame.cHardwareLength = 6;
-    frame.cProtocolLength = 4;
-    frame.wOperation = htons(kOpRequest);
-    memcpy(frame.aSenderMAC, mac, 6);
-    frame.dwSenderIP = probeIP;
-    frame.dwTargetIP = localIP;
-    return frame;
-}
-
-// Only the first byte of the sender address is compared with the whole local address.
-bool IsMatchingReply(ARP_PACKET& reply, in_addr_t localIP, unsigned char* mac)
-{
-    const unsigned char firstSenderByte = reinterpret_cast<const unsigned char*>(&reply.dwSenderIP)[0];
-    return ntohs(reply.wOperation) == kOpReply && firstSenderByte == localIP &&
-           Cipcalc().CmpMAC(reply.aTargetMAC, mac);
-}
 
 } // namespace
 
@@ -56,8 +22,7 @@ CARP::~CARP() = default;
 bool CARP::Open()
 {
     m_nSocket = -1;
-    // The receive filter is the RARP type, not the ARP type of the frame sent.
-    const int fd = socket(AF_INET, SOCK_PACKET, htons(kEtherTypeRARP));
+    const int fd = socket(AF_INET, SOCK_PACKET, htons(ARP_PROBE_LISTEN_TYPE));
     if (fd <= 0) {
         return false;
     }
@@ -104,7 +69,7 @@ bool CARP::DetectIP(const char* localIP, const char* probeIP, const char* localM
     }
     unsigned char mac[6] = {0};
     Cipcalc().StrToMac(localMAC, mac);
-    ARP_PACKET request = BuildRequest(local, probe, mac);
+    ARP_PACKET request = EncodeArpProbe(mac, local, probe);
     if (!Open()) {
         return false;
     }
@@ -122,7 +87,7 @@ bool CARP::DetectIP(const char* localIP, const char* probeIP, const char* localM
         CloseSocket();
         return false;
     }
-    const bool taken = IsMatchingReply(reply, local, mac);
+    const bool taken = MatchArpReply(reply, local, mac) == ARP_MATCH;
     CloseSocket();
     return taken;
 }

@@ -1,26 +1,6 @@
 #pragma once
 
-#include <cstdint>
-
-#pragma pack(push, 1)
-// One Ethernet frame carrying an ARP message; multi-byte fields in network order.
-struct ARP_PACKET {
-    uint8_t aDestMAC[6];
-    uint8_t aSrcMAC[6];
-    uint16_t wEtherType;
-    uint16_t wHardwareType;
-    uint16_t wProtocolType;
-    uint8_t cHardwareLength;
-    uint8_t cProtocolLength;
-    uint16_t wOperation;
-    uint8_t aSenderMAC[6];
-    uint32_t dwSenderIP;
-    uint8_t aTargetMAC[6];
-    uint32_t dwTargetIP;
-    uint8_t aPadding[18];
-};
-#pragma pack(pop)
-static_assert(sizeof(ARP_PACKET) == 60, "ARP frame");
+#include "device/ArpFrame.h"
 
 // Asks the link, with one frame and one read, whether some host answers for an address.
 class CARP {

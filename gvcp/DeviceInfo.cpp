@@ -4,21 +4,14 @@
 #include "common/Exception.h"
 #include "common/Helper.h"
 #include "common/ipcalc.h"
+#include "gvcp/GvcpCodec.h"
 
-#include <arpa/inet.h>
 #include <cstring>
 
 namespace GenICam {
 namespace Client {
 
 namespace {
-
-// A full field has no NUL, so it ends at its width.
-template <size_t N>
-std::string WireText(const char (&field)[N])
-{
-    return std::string(field, strnlen(field, N));
-}
 
 std::string DottedText(uint32_t ip)
 {
@@ -35,34 +28,37 @@ bool SameBytes(const std::string& a, const std::string& b)
 } // namespace
 
 CDeviceInfo::CDeviceInfo(ZQ_DISCOVERY_ACK& ack)
-    : m_nSpecVersionMajor(ntohs(ack.wSpecVersionMajor)),
-      m_nSpecVersionMinor(ntohs(ack.wSpecVersionMinor)),
-      m_nDeviceMode(ntohl(ack.dwDeviceMode)),
+    : CDeviceInfo(DecodeDiscoveryRecord(ack))
+{
+}
+
+CDeviceInfo::CDeviceInfo(const DISCOVERY_RECORD& record)
+    : m_nSpecVersionMajor(record.nSpecVersionMajor),
+      m_nSpecVersionMinor(record.nSpecVersionMinor),
+      m_nDeviceMode(record.nDeviceMode),
       m_aMAC(),
-      m_strMAC(),
-      m_nIPConfigOptions(ntohl(ack.dwIPConfigOptions)),
-      m_nIPConfigCurrent(ntohl(ack.dwIPConfigCurrent)),
-      m_nIP(ntohl(ack.dwCurrentIP)),
-      m_nGateway(ntohl(ack.dwDefaultGateway)),
-      m_nSubnetMask(ntohl(ack.dwCurrentSubnetMask)),
+      m_strMAC(Helper::MsgComposer("%02X-%02X-%02X-%02X-%02X-%02X", record.aMAC[0], record.aMAC[1], record.aMAC[2],
+                                   record.aMAC[3], record.aMAC[4], record.aMAC[5])),
+      m_nIPConfigOptions(record.nIPConfigOptions),
+      m_nIPConfigCurrent(record.nIPConfigCurrent),
+      m_nIP(record.nIP),
+      m_nGateway(record.nGateway),
+      m_nSubnetMask(record.nSubnetMask),
       m_strIP(DottedText(m_nIP)),
       m_strGateway(DottedText(m_nGateway)),
       m_strSubnetMask(DottedText(m_nSubnetMask)),
-      m_strManufacturerName(WireText(ack.szManufacturerName)),
-      m_strModelName(WireText(ack.szModelName)),
-      m_strDeviceVersion(WireText(ack.szDeviceVersion)),
-      m_strManufacturerSpecificInfo(WireText(ack.szManufacturerSpecificInfo)),
-      m_strUserDefinedName(WireText(ack.szUserDefinedName)),
-      m_strSerialNumber(WireText(ack.szSerialNumber)),
-      m_nRestartAndResetFeature(static_cast<uint8_t>(ack.szManufacturerSpecificInfo[0])),
+      m_strManufacturerName(record.strManufacturerName),
+      m_strModelName(record.strModelName),
+      m_strDeviceVersion(record.strDeviceVersion),
+      m_strManufacturerSpecificInfo(record.strManufacturerSpecificInfo),
+      m_strUserDefinedName(record.strUserDefinedName),
+      m_strSerialNumber(record.strSerialNumber),
+      m_strID(Helper::MsgComposer("%s(%s)", m_strModelName.c_str(), m_strMAC.c_str())),
+      m_strDisplayName(Helper::MsgComposer("%s(%s[%s])", m_strModelName.c_str(), m_strIP.c_str(), m_strMAC.c_str())),
+      m_nRestartAndResetFeature(record.nRestartAndResetFeature),
       m_nAccessStatus(0)
 {
-    memcpy(m_aMAC, ack.aMAC, sizeof(m_aMAC));
-    m_strMAC = Helper::MsgComposer("%02X-%02X-%02X-%02X-%02X-%02X", m_aMAC[0], m_aMAC[1], m_aMAC[2], m_aMAC[3],
-                                   m_aMAC[4], m_aMAC[5]);
-    m_strID = Helper::MsgComposer("%s(%s)", m_strModelName.c_str(), m_strMAC.c_str());
-    m_strDisplayName =
-        Helper::MsgComposer("%s(%s[%s])", m_strModelName.c_str(), m_strIP.c_str(), m_strMAC.c_str());
+    memcpy(m_aMAC, record.aMAC, sizeof(m_aMAC));
 }
 
 // The restart-and-reset byte stays out of copies: a copy starts at 0, an assignment keeps its own.

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "gvcp/GvcpProtocol.h"
+#include "gvcp/GvcpCodec.h"
 
 #include <cstdint>
 #include <string>
@@ -42,6 +42,8 @@ public:
     void SetAccessStatus(int status);
 
 private:
+    explicit CDeviceInfo(const DISCOVERY_RECORD& record);
+
     uint16_t m_nSpecVersionMajor;
     uint16_t m_nSpecVersionMinor;
     uint32_t m_nDeviceMode;

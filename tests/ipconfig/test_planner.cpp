@@ -1,7 +1,7 @@
+#include "common/ipcalc.h"
 #include "device/Device.h"
 #include "device/Interface.h"
 #include "ipconfig/IPConfigAllDevices.h"
-#include "common/ipcalc.h"
 #include "support/NetNamespace.h"
 #include "support/Records.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "gvcp/DeviceInfo.h"
 #include "device/InterfaceInfo.h"
+#include "gvcp/DeviceInfo.h"
 #include "support/Responder.h"
 
 #include <arpa/inet.h>

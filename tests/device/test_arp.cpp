@@ -1,140 +1,159 @@
 #include "device/ARP.h"
-#include "support/LinkTest.h"
+#include "support/NetNamespace.h"
 
 #include <arpa/inet.h>
+#include <chrono>
 #include <cstring>
 #include <future>
 #include <gtest/gtest.h>
 #include <linux/if_packet.h>
-#include <memory>
-#include <net/ethernet.h>
 #include <net/if.h>
 #include <poll.h>
-#include <sched.h>
-#include <stdexcept>
-#include <string>
-#include <sys/socket.h>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
-using aictest::PeerLink;
 using Frame = std::vector<uint8_t>;
 
 namespace {
 
-// A link-level socket on the peer's end of the link: it sees the frames the probe sends.
-class LinkPeer {
-public:
-    explicit LinkPeer(const PeerLink& link)
-    {
-        // setns on a thread of its own leaves the test's thread where it is.
-        std::thread([this, &link] {
-            if (setns(link.PeerNamespace(), CLONE_NEWNET) == 0) {
-                m_fd = socket(AF_PACKET, SOCK_RAW, htons(ETH_P_ALL));
-                m_ifindex = static_cast<int>(if_nametoindex(PeerLink::kPeerIf));
-            }
-        }).join();
-        sockaddr_ll address;
-        memset(&address, 0, sizeof(address));
-        address.sll_family = AF_PACKET;
-        address.sll_protocol = htons(ETH_P_ALL);
-        address.sll_ifindex = m_ifindex;
-        if (m_fd < 0 || bind(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
-            throw std::runtime_error("cannot open a packet socket on the peer link");
-        }
+const uint8_t kMac[6] = {0x02, 0x00, 0x00, 0x00, 0xFA, 0x01};
+const uint8_t kOther[6] = {0x02, 0x00, 0x00, 0x00, 0xFA, 0x02};
+
+Frame Of(const ARP_PACKET& packet)
+{
+    const uint8_t* p = reinterpret_cast<const uint8_t*>(&packet);
+    return Frame(p, p + sizeof(packet));
+}
+
+// A reply as a host would send it, written out offset by offset.
+Frame Reply(uint16_t operation, const uint8_t* senderIp, const uint8_t* targetMac, uint16_t type = 0x8035)
+{
+    Frame f(60);
+    memcpy(&f[0], kMac, 6);
+    memcpy(&f[6], kOther, 6);
+    const uint8_t head[] = {uint8_t(type >> 8), uint8_t(type), 0, 1, 8, 0, 6, 4, 0, uint8_t(operation)};
+    memcpy(&f[12], head, sizeof(head));
+    memcpy(&f[22], kOther, 6);
+    memcpy(&f[28], senderIp, 4);
+    memcpy(&f[32], targetMac, 6);
+    return f;
+}
+
+ARP_PACKET Packet(const Frame& frame)
+{
+    ARP_PACKET packet;
+    memcpy(&packet, frame.data(), sizeof(packet));
+    return packet;
+}
+
+const uint8_t kSeven[4] = {7, 0, 0, 0};
+const uint32_t kLocalSeven = inet_addr("7.0.0.0"); // 7: below 256, so the one-byte compare can match
+
+} // namespace
+
+TEST(ArpFrame, ProbeClaimsTheCandidateAndAsksForOurAddressToFFFFFFFFFF00)
+{
+    Frame expected(60);
+    memset(&expected[0], 0xFF, 5); // the sixth destination byte stays 0
+    memcpy(&expected[6], kMac, 6);
+    const uint8_t head[] = {0x08, 0x06, 0x00, 0x01, 0x08, 0x00, 6, 4, 0x00, 0x01};
+    memcpy(&expected[12], head, sizeof(head));
+    memcpy(&expected[22], kMac, 6);
+    const uint8_t candidate[] = {10, 77, 0, 23};
+    const uint8_t local[] = {10, 77, 0, 1};
+    memcpy(&expected[28], candidate, 4);
+    memcpy(&expected[38], local, 4);
+    EXPECT_EQ(Of(EncodeArpProbe(kMac, inet_addr("10.77.0.1"), inet_addr("10.77.0.23"))), expected);
+}
+
+TEST(ArpFrame, ReplyTestAndEveryRejection)
+{
+    const uint8_t other[4] = {10, 77, 0, 1};
+    const struct {
+        const char* name;
+        Frame frame;
+        uint32_t local;
+        ARP_REJECTION expected;
+    } cases[] = {
+        {"reply to us", Reply(2, kSeven, kMac), kLocalSeven, ARP_MATCH},
+        {"a request", Reply(1, kSeven, kMac), kLocalSeven, ARP_REJECT_OPERATION},
+        {"only the first sender byte counts", Reply(2, other, kMac), inet_addr("10.77.0.1"), ARP_REJECT_SENDER},
+        {"first byte alone matches", Reply(2, other, kMac), 10, ARP_MATCH},
+        {"reply to another MAC", Reply(2, kSeven, kOther), kLocalSeven, ARP_REJECT_TARGET_MAC},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(MatchArpReply(Packet(c.frame), c.local, kMac), c.expected) << c.name;
     }
-    ~LinkPeer() { close(m_fd); }
-    LinkPeer(const LinkPeer&) = delete;
-    LinkPeer& operator=(const LinkPeer&) = delete;
+}
 
-    // The first incoming frame of the ARP type, or an empty frame after timeoutMs.
-    Frame NextARP(int timeoutMs)
-    {
-        const int64_t end = aictest::NowMs() + timeoutMs;
-        for (int64_t left = timeoutMs; left > 0; left = end - aictest::NowMs()) {
-            pollfd entry{m_fd, POLLIN, 0};
-            if (poll(&entry, 1, static_cast<int>(left)) <= 0) {
-                break;
-            }
-            Frame frame(1514);
-            sockaddr_ll from;
-            socklen_t length = sizeof(from);
-            const ssize_t n =
-                recvfrom(m_fd, frame.data(), frame.size(), 0, reinterpret_cast<sockaddr*>(&from), &length);
-            if (n >= 14 && from.sll_pkttype != PACKET_OUTGOING && frame[12] == 0x08 && frame[13] == 0x06) {
-                frame.resize(static_cast<size_t>(n));
-                return frame;
-            }
-        }
-        return {};
-    }
+namespace {
 
-private:
-    int m_fd = -1;
-    int m_ifindex = 0;
-};
-
-class ArpProbe : public aictest::LinkTest {
+// The probe on one end of a veth pair; the other end sends one frame back for each request.
+class ArpProbe : public aictest::NetNamespaceTest {
 protected:
     void SetUp() override
     {
-        LinkTest::SetUp();
-        m_peer.reset(new LinkPeer(*m_link));
-        m_mac = aictest::MacOf(PeerLink::kHostIf);
-        ASSERT_EQ(m_mac.size(), 17u);
+        NetNamespaceTest::SetUp();
+        Sh("ip link add pr0 address 02:00:00:00:fa:01 type veth peer name pr1 && ip link set pr0 up && "
+           "ip link set pr1 up");
+        m_peer = socket(AF_PACKET, SOCK_RAW, htons(0x0806));
+        sockaddr_ll address = {};
+        address.sll_family = AF_PACKET;
+        address.sll_protocol = htons(0x0806);
+        address.sll_ifindex = static_cast<int>(if_nametoindex("pr1"));
+        ASSERT_EQ(bind(m_peer, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+        m_to = address;
     }
+    void TearDown() override { close(m_peer); }
 
-    // Runs the probe while the silent peer watches the link; returns the probe's answer and the request seen.
-    bool Probe(const char* localIP, const char* probeIP, Frame& seen, int64_t& elapsedMs)
+    // Runs the probe while the peer answers (or not); the request the peer saw comes back in seen.
+    bool Probe(const char* local, const Frame& answer, Frame& seen, int64_t& ms)
     {
-        std::future<Frame> watcher = std::async(std::launch::async, [this] { return m_peer->NextARP(2000); });
-        const int64_t start = aictest::NowMs();
-        const bool taken = CARP().DetectIP(localIP, probeIP, m_mac.c_str(), PeerLink::kHostIf);
-        elapsedMs = aictest::NowMs() - start;
-        seen = watcher.get();
+        std::future<Frame> peer = std::async(std::launch::async, [&] {
+            Frame request(1514);
+            pollfd ready = {m_peer, POLLIN, 0};
+            if (poll(&ready, 1, 1500) != 1) {
+                return Frame();
+            }
+            request.resize(static_cast<size_t>(recv(m_peer, request.data(), request.size(), 0)));
+            if (!answer.empty()) {
+                sendto(m_peer, answer.data(), answer.size(), 0, reinterpret_cast<sockaddr*>(&m_to), sizeof(m_to));
+            }
+            return request;
+        });
+        const auto start = std::chrono::steady_clock::now();
+        const bool taken = CARP().DetectIP(local, "10.98.0.20", "02-00-00-00-FA-01", "pr0");
+        ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
+        seen = peer.get();
         return taken;
     }
 
-    std::unique_ptr<LinkPeer> m_peer;
-    std::string m_mac;
+    int m_peer = -1;
+    sockaddr_ll m_to = {};
 };
 
 } // namespace
 
-TEST_F(ArpProbe, SendsTheHandBuiltFrameAndSilenceMeansFreeAfterOneSecond)
+TEST_F(ArpProbe, ListensForTheReverseArpTypeAndWaitsOneSecondAtMost)
 {
-    Frame seen;
-    int64_t elapsed = 0;
-    EXPECT_FALSE(Probe("10.77.0.1", "10.77.0.23", seen, elapsed));
-    std::cout << "[ measured ] ARP probe silence: " << elapsed << " ms\n";
-    EXPECT_GE(elapsed, 950);
-    EXPECT_LT(elapsed, 1500);
-
-    Frame expected(60);
-    memset(&expected[0], 0xFF, 5); // the sixth destination byte stays 0
-    unsigned int mac[6];
-    ASSERT_EQ(sscanf(m_mac.c_str(), "%x-%x-%x-%x-%x-%x", &mac[0], &mac[1], &mac[2], &mac[3], &mac[4], &mac[5]), 6);
-    for (int i = 0; i < 6; ++i) {
-        expected[6 + i] = static_cast<uint8_t>(mac[i]);
-        expected[22 + i] = static_cast<uint8_t>(mac[i]);
+    const struct {
+        const char* name;
+        const char* local;
+        Frame answer;
+        bool taken;
+        int64_t minMs, maxMs;
+    } cases[] = {
+        {"matching reply of the listened type", "7.0.0.0", Reply(2, kSeven, kMac), true, 0, 500},
+        {"the same reply as ARP is not heard", "7.0.0.0", Reply(2, kSeven, kMac, 0x0806), false, 950, 1500},
+        {"silence", "7.0.0.0", {}, false, 950, 1500},
+        {"own address: taken, nothing sent", "10.98.0.20", {}, true, 0, 50},
+    };
+    for (const auto& c : cases) {
+        Frame seen;
+        int64_t ms = 0;
+        EXPECT_EQ(Probe(c.local, c.answer, seen, ms), c.taken) << c.name;
+        EXPECT_GE(ms, c.minMs) << c.name;
+        EXPECT_LT(ms, c.maxMs) << c.name;
+        EXPECT_EQ(seen.size(), c.maxMs == 50 ? 0u : 60u) << c.name;
     }
-    const uint8_t head[] = {0x08, 0x06, 0x00, 0x01, 0x08, 0x00, 6, 4, 0x00, 0x01};
-    memcpy(&expected[12], head, sizeof(head));
-    const uint8_t candidate[] = {10, 77, 0, 23};
-    const uint8_t local[] = {10, 77, 0, 1};
-    memcpy(&expected[28], candidate, 4); // sender: the candidate
-    memcpy(&expected[38], local, 4);     // target: our own address
-    EXPECT_EQ(seen, expected);
-}
-
-TEST_F(ArpProbe, OwnAddressIsTakenWithoutAFrame)
-{
-    Frame seen;
-    int64_t elapsed = 0;
-    EXPECT_TRUE(Probe("10.77.0.1", "10.77.0.1", seen, elapsed));
-    EXPECT_LT(elapsed, 50);
-    EXPECT_TRUE(seen.empty()) << "nothing may be sent";
-    // Not even an interface is needed.
-    EXPECT_TRUE(CARP().DetectIP("10.1.2.3", "10.1.2.3", "00-00-00-00-00-00", "no-such-if"));
 }

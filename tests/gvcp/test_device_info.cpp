@@ -1,7 +1,7 @@
 #include "common/Exception.h"
 #include "gvcp/DeviceInfo.h"
 #include "support/AppText.h"
-#include "support/Responder.h"
+#include "support/Packets.h"
 
 #include <functional>
 #include <gtest/gtest.h>

@@ -2,7 +2,7 @@
 
 #include "device/InterfaceInfo.h"
 #include "gvcp/DeviceInfo.h"
-#include "support/Responder.h"
+#include "support/Packets.h"
 
 #include <arpa/inet.h>
 #include <boost/shared_ptr.hpp>

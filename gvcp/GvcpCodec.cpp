@@ -170,9 +170,11 @@ DISCOVERY_RECORD DecodeDiscoveryRecord(const ZQ_DISCOVERY_ACK& ack)
     return record;
 }
 
+// At most GVCP_READREG_MAX values, however long the datagram.
 size_t DecodeReadRegAck(const uint8_t* data, size_t size, uint32_t* networkOrderValues)
 {
-    const size_t count = size < sizeof(GVCP_ACK_HEADER) ? 0 : (size - sizeof(GVCP_ACK_HEADER)) / sizeof(uint32_t);
+    const size_t limit = size < sizeof(READREG_ACK) ? size : sizeof(READREG_ACK);
+    const size_t count = limit < sizeof(GVCP_ACK_HEADER) ? 0 : (limit - sizeof(GVCP_ACK_HEADER)) / sizeof(uint32_t);
     memcpy(networkOrderValues, data + offsetof(READREG_ACK, adwValue), count * sizeof(uint32_t));
     return count;
 }

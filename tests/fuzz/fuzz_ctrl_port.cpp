@@ -33,11 +33,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         return 0;
     }
     FUZZ_CHECK(header.nAck == ack && header.nAckID == reqId);
-    uint32_t values[GVCP_READREG_MAX + 1];
+    uint32_t values[GVCP_READREG_MAX];
     const uint8_t* payload = nullptr;
     switch (ack) {
     case GVCP_READREG_ACK:
-        FUZZ_CHECK(DecodeReadRegAck(buffer, length, values) * 4 + 8 <= length);
+        FUZZ_CHECK(DecodeReadRegAck(buffer, length, values) * 4 + 8 <=
+                   (length < sizeof(READREG_ACK) ? length : sizeof(READREG_ACK)));
         break;
     case GVCP_READMEM_ACK:
         FUZZ_CHECK(DecodeReadMemAck(buffer, length, &payload) + 12 == (length > 12 ? length : 12));

@@ -1,7 +1,9 @@
 #include "app/Driver.h"
 
+#include "app/Options.h"
 #include "app/UpdateDevThread.h"
 #include "app/cconfigalldevicesthread.h"
+#include "common/ipcalc.h"
 #include "device/Device.h"
 #include "device/DeviceManager.h"
 #include "device/Interface.h"
@@ -34,6 +36,16 @@ void PrintSummary(const std::vector<std::string>& names, const char* ending)
     if (!names.empty()) {
         printf("%s%s", Join(names).c_str(), ending);
     }
+}
+
+// A dry run shows the plan where the run would show whether the camera is reachable.
+std::string CameraEnding(const CDevice* device)
+{
+    const IP_ASSIGNMENT* assignment = CIPConfigAllDevices::IsDryRun() ? FindAssignment(device) : nullptr;
+    if (assignment != nullptr) {
+        return " would get " + DottedText(assignment->nNewIP);
+    }
+    return device->IsSameSubnetWithIF() ? " available!" : " not available!";
 }
 
 } // namespace
@@ -86,7 +98,7 @@ void ConfigAllDevices()
 }
 
 // The IDs are taken before the first pass: they name the devices that must answer again.
-void* OnThreadReUpdateDeviceList(void*)
+void* OnThreadReUpdateDeviceList(void* options)
 {
     CDeviceManager* manager = CDeviceManager::GetInstanse();
     std::vector<CDevice*> devices;
@@ -97,6 +109,7 @@ void* OnThreadReUpdateDeviceList(void*)
     }
     CUpdateDevThread* update = new (std::nothrow) CUpdateDevThread(manager, 1, ids);
     if (update != nullptr) {
+        update->ShowProgress(options == nullptr || !static_cast<const RUN_OPTIONS*>(options)->bJson);
         update->run();
         delete update;
     }
@@ -142,8 +155,34 @@ void PrintDeviceInfo(CInterface* itf)
     }
     const std::vector<CDevice*> devices = *itf->GetDeviceList();
     for (CDevice* device : devices) {
-        printf("    Camera:%s(%s[%s][%s])%s", device->GetModelName().c_str(), device->GetStrIP().c_str(),
-               device->GetStrMac().c_str(), device->GetSN().c_str(),
-               device->IsSameSubnetWithIF() ? " available!\n" : " not available!\n");
+        printf("    Camera:%s(%s[%s][%s])%s\n", device->GetModelName().c_str(), device->GetStrIP().c_str(),
+               device->GetStrMac().c_str(), device->GetSN().c_str(), CameraEnding(device).c_str());
     }
+}
+
+void SelectInterfaces(const std::vector<std::string>& names)
+{
+    CDeviceManager* manager = CDeviceManager::GetInstanse();
+    if (manager != nullptr && manager->GetTLObject() != nullptr) {
+        manager->GetTLObject()->SetInterfaceFilter(names);
+    }
+}
+
+const IP_ASSIGNMENT* FindAssignment(const CDevice* device)
+{
+    const std::vector<IP_ASSIGNMENT>& assignments = CIPConfigAllDevices::GetAssignments();
+    const std::string id = device->GetDevID();
+    for (const IP_ASSIGNMENT& assignment : assignments) {
+        if (assignment.strDevID == id) {
+            return &assignment;
+        }
+    }
+    return nullptr;
+}
+
+std::string DottedText(unsigned int ip)
+{
+    char text[16] = {0};
+    Cipcalc().longtoip(ip, text);
+    return text;
 }

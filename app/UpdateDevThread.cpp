@@ -18,7 +18,8 @@ const useconds_t kPauseBetweenPassesUs = 500000;
 } // namespace
 
 CUpdateDevThread::CUpdateDevThread(CDeviceManager* manager, int mode, const std::vector<std::string>& devIDs)
-    : m_pDeviceManager(manager), m_nMode(mode), m_bUpdateSuccess(true), m_nRunning(0), m_vecDevID(devIDs)
+    : m_pDeviceManager(manager), m_nMode(mode), m_bUpdateSuccess(true), m_nRunning(0), m_vecDevID(devIDs),
+      m_bShowProgress(true)
 {
 }
 
@@ -48,6 +49,11 @@ bool CUpdateDevThread::IsUpdateSuccessful()
     return m_bUpdateSuccess;
 }
 
+void CUpdateDevThread::ShowProgress(bool show)
+{
+    m_bShowProgress = show;
+}
+
 void CUpdateDevThread::__SetUpdateDevStatus(bool success)
 {
     m_bUpdateSuccess = success;
@@ -66,8 +72,7 @@ void CUpdateDevThread::__RunUntilFound()
     watch.Start();
     m_nRunning = 1;
     while (m_nRunning != 0) {
-        printf(".");
-        fflush(stdout);
+        __Print(".");
         __Enumerate();
         if (m_pDeviceManager->CheckDeviceFromList(m_vecDevID)) {
             m_nRunning = 0;
@@ -94,6 +99,13 @@ void CUpdateDevThread::__Enumerate()
 
 void CUpdateDevThread::__EndLine()
 {
-    printf("\n");
-    fflush(stdout);
+    __Print("\n");
+}
+
+void CUpdateDevThread::__Print(const char* text)
+{
+    if (m_bShowProgress) {
+        printf("%s", text);
+        fflush(stdout);
+    }
 }

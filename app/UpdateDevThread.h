@@ -20,6 +20,8 @@ public:
 
     virtual void run();
     bool IsUpdateSuccessful();
+    // The dots and the line end of the repeated mode; on unless turned off.
+    void ShowProgress(bool show);
 
 private:
     void __SetUpdateDevStatus(bool success);
@@ -27,6 +29,7 @@ private:
     void __RunUntilFound();
     void __Enumerate();
     void __EndLine();
+    void __Print(const char* text);
 
     GenICam::Client::CDeviceManager* m_pDeviceManager;
     int m_nMode;
@@ -34,4 +37,5 @@ private:
     std::string m_strError;
     int m_nRunning;
     std::vector<std::string> m_vecDevID;
+    bool m_bShowProgress;
 };

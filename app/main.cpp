@@ -1,31 +1,98 @@
 #include "app/Driver.h"
+#include "app/JsonReport.h"
+#include "app/Options.h"
+#include "ipconfig/IPConfigAllDevices.h"
 
 #include <cstdio>
 #include <pthread.h>
 #include <string>
 
-// Enumerate, configure, enumerate again until the cameras answer, report. Always exits 0.
-int main()
+namespace {
+
+const int kUsageError = 2;
+
+// How a run ends: the text run's last line and the JSON report's result.
+struct RUN_RESULT {
+    const char* szText;
+    const char* szJson;
+};
+const RUN_RESULT kInitFailed = {"Init Module Failed! Please Retry.\n", "init failed"};
+const RUN_RESULT kEnumFailed = {"Enum Device Failed! Please Retry.\n", "enumeration failed"};
+const RUN_RESULT kUnexpected = {"Unexpected Error! Please Retry.\n", "unexpected error"};
+const RUN_RESULT kFinished = {"Auto IP Configure Finished!\n", "finished"};
+
+int UsageError(const std::string& problem)
 {
-    std::string result;
+    fprintf(stderr, "autoipconfig: %s\nTry 'autoipconfig --help'.\n", problem.c_str());
+    return kUsageError;
+}
+
+// Waits on its own thread for the moved cameras to answer again; false if it cannot start.
+bool Confirm(RUN_OPTIONS* options)
+{
     pthread_t reupdate;
-    printf("Tool version is 1.0.1906.9272\nAuto IP Configure Started!\n");
+    if (pthread_create(&reupdate, nullptr, OnThreadReUpdateDeviceList, options) != 0) {
+        return false;
+    }
+    pthread_join(reupdate, nullptr);
+    return true;
+}
+
+// Enumerate, configure, enumerate again until the cameras answer, report. A dry run stops after
+// the planner. Exits 0 whatever happened.
+int Run(RUN_OPTIONS& options)
+{
+    const RUN_RESULT* result = &kFinished;
+    CIPConfigAllDevices::SetDryRun(options.bDryRun);
+    if (!options.bJson) {
+        printf("Tool version is 1.0.1906.9272\nAuto IP Configure Started!\n");
+    }
     if (!InitDeviceModule()) {
-        result = "Init Module Failed! Please Retry.\n";
-    } else if (!UpdateDeviceList()) {
-        result = "Enum Device Failed! Please Retry.\n";
+        result = &kInitFailed;
     } else {
-        ConfigAllDevices();
-        if (pthread_create(&reupdate, nullptr, OnThreadReUpdateDeviceList, nullptr) != 0) {
-            result = "Unexpected Error! Please Retry.\n";
+        SelectInterfaces(options.vecInterface);
+        if (!UpdateDeviceList()) {
+            result = &kEnumFailed;
         } else {
-            pthread_join(reupdate, nullptr);
-            result = "Auto IP Configure Finished!\n";
-            PrintInterfaceInfo();
+            ConfigAllDevices();
+            if (!options.bDryRun && !Confirm(&options)) {
+                result = &kUnexpected;
+            } else if (!options.bJson) {
+                PrintInterfaceInfo();
+            }
         }
+    }
+    if (options.bJson) {
+        PrintJsonReport(result->szJson, result == &kFinished);
     }
     UnInitDeviceModule();
     // Printed after the report on purpose: it is the last line of output.
-    printf("%s", result.c_str());
+    if (!options.bJson) {
+        printf("%s", result->szText);
+    }
     return 0;
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    RUN_OPTIONS options;
+    std::string problem;
+    if (!ParseOptions(argc, argv, &options, &problem)) {
+        return UsageError(problem);
+    }
+    if (options.bHelp) {
+        PrintHelp();
+        return 0;
+    }
+    if (options.bVersion) {
+        PrintVersion();
+        return 0;
+    }
+    const std::string unknown = FindUnknownInterface(options.vecInterface);
+    if (!unknown.empty()) {
+        return UsageError("no interface named '" + unknown + "'");
+    }
+    return Run(options);
 }

@@ -9,7 +9,7 @@
 #include "device/ARP.h"
 #include "device/Interface.h"
 #include "gvcp/GvcpCodec.h"
-#include "gvcp/UdpComm.h"
+#include "gvcp/LinkTap.h"
 
 #include <arpa/inet.h>
 #include <cstring>
@@ -258,6 +258,9 @@ void CDevice::__SendForceIPExCmd(char const* ip, char const* mask, char const* g
     // Devices answer by broadcast, so the acknowledge is read on the wildcard endpoint.
     UdpEndpoint receiver = OpenEndpoint(interfaceIP, GVCP_FORCEIP_EX_PORT_LOCAL, true);
     UdpEndpoint sender = OpenEndpoint(interfaceIP, GVCP_FORCEIP_EX_PORT_LOCAL, false);
+    // With the raw-network right the acknowledge is read at link level alone: a device still at a foreign
+    // address broadcasts it from there, and reverse-path filtering drops it before any UDP socket.
+    UdpEndpoint tap(OpenLinkTap(m_pInterface->GetInterfaceDescription(), interfaceIP, GVCP_FORCEIP_EX_PORT_LOCAL));
     std::string error;
     bool accepted = false;
     for (int attempt = 0; attempt < kSendAttempts; ++attempt) {
@@ -267,7 +270,7 @@ void CDevice::__SendForceIPExCmd(char const* ip, char const* mask, char const* g
             error = kSendLengthError;
             continue;
         }
-        accepted = AwaitForceIPExAck(*receiver, fields.nReqID, error);
+        accepted = AwaitForceIPExAck(tap ? *tap : *receiver, fields.nReqID, error);
         break;
     }
     if (!accepted) {

@@ -41,6 +41,15 @@ void CTL::UpdateInterfaceList(unsigned long /*timeout*/)
 {
     std::vector<NIC_INFO> nics;
     m_pNICAdapter->GetInterfaceList(nics);
+    // Filtered here, so discovery, planner and report never learn of the other interfaces.
+    if (!m_vecNameFilter.empty()) {
+        nics.erase(std::remove_if(nics.begin(), nics.end(),
+                                  [this](const NIC_INFO& nic) {
+                                      return std::find(m_vecNameFilter.begin(), m_vecNameFilter.end(),
+                                                       nic.strDescription) == m_vecNameFilter.end();
+                                  }),
+                   nics.end());
+    }
 
     InterfaceInfoList snapshots;
     for (const NIC_INFO& nic : nics) {
@@ -59,6 +68,11 @@ void CTL::UpdateInterfaceList(unsigned long /*timeout*/)
 std::vector<CInterface*>* CTL::GetCurInterfaceList()
 {
     return &m_vecInterface;
+}
+
+void CTL::SetInterfaceFilter(const std::vector<std::string>& names)
+{
+    m_vecNameFilter = names;
 }
 
 // Interfaces are kept by MAC so their devices and flags survive an address change.

@@ -5,6 +5,7 @@
 
 #include <boost/shared_ptr.hpp>
 #include <boost/thread/recursive_mutex.hpp>
+#include <string>
 #include <vector>
 
 namespace GenICam {
@@ -24,6 +25,8 @@ public:
     virtual void ReleaseChild(CInterface* child);
     virtual void UpdateInterfaceList(unsigned long timeout);
     std::vector<CInterface*>* GetCurInterfaceList();
+    // Keeps only the interface entries of these names (kernel name or address label); none: all.
+    void SetInterfaceFilter(const std::vector<std::string>& names);
 
 private:
     void __UpdateInterfaceListInfo();
@@ -37,6 +40,7 @@ private:
     INICAdapter* m_pNICAdapter;
     boost::recursive_mutex m_InfoListMutex;
     boost::recursive_mutex m_InterfaceListMutex;
+    std::vector<std::string> m_vecNameFilter;
 };
 
 } // namespace Client

@@ -5,14 +5,22 @@
 #include "common/Helper.h"
 #include "common/InstanceFactory.h"
 #include "gvcp/GvcpCodec.h"
-#include "gvcp/UdpComm.h"
+#include "gvcp/LinkTap.h"
 
 namespace GenICam {
 namespace Client {
 
 CGVCPDiscoveryPort::CGVCPDiscoveryPort(unsigned int ip, bool broadcast, std::string name)
-    : CGVPort(ip, broadcast, std::move(name))
+    : CGVPort(ip, broadcast, name), m_pLinkComm(OpenLinkTap(name, ip, GVCP_DISCOVERY_PORT_LOCAL))
 {
+}
+
+CGVCPDiscoveryPort::~CGVCPDiscoveryPort()
+{
+    if (m_pLinkComm != nullptr) {
+        m_pLinkComm->Close();
+        CInstanceFactory::DestoryUdpCommIntstance(m_pLinkComm);
+    }
 }
 
 void CGVCPDiscoveryPort::SendDiscoveryPacket(unsigned int destinationIp)
@@ -27,6 +35,11 @@ void CGVCPDiscoveryPort::SendDiscoveryPacket(unsigned int destinationIp)
 
 void CGVCPDiscoveryPort::RecvDiscoveryPacket(ZQ_DISCOVERY_ACK& ack, unsigned int timeoutMs)
 {
+    // At link level every acknowledge, unicast or broadcast, arrives once and whatever the kernel's checks say.
+    if (m_pLinkComm != nullptr) {
+        __RecvEnumPacket(ack, m_pLinkComm, timeoutMs);
+        return;
+    }
     // Half the wait for unicast answers, half for broadcast ones, which only the wildcard endpoint sees.
     const unsigned int half = timeoutMs >> 1;
     try {

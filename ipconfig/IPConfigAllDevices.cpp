@@ -29,6 +29,8 @@ std::string DottedText(unsigned int ip)
 
 std::vector<unsigned int> CIPConfigAllDevices::ms_vecUsedIP;
 std::vector<std::string> CIPConfigAllDevices::ms_vecConfigDevID;
+std::vector<IP_ASSIGNMENT> CIPConfigAllDevices::ms_vecAssignment;
+bool CIPConfigAllDevices::ms_bDryRun = false;
 
 bool IsIPValid(unsigned int ip)
 {
@@ -140,9 +142,11 @@ bool CIPConfigAllDevices::ConfigDevIP(const IP_CONFIG_SETTING& setting, std::vec
         if (next == list.size()) {
             return false;
         }
+        const unsigned int ip = list[next++];
+        ms_vecAssignment.push_back(IP_ASSIGNMENT{device->GetDevID(), device->GetIntIP(), ip});
         std::string error;
-        const bool sent = device->SetForceIPEx(DottedText(list[next++]).c_str(), setting.szSubnetMask,
-                                               setting.szGateway, "", setting.nForceIPExValue, error);
+        const bool sent = ms_bDryRun || device->SetForceIPEx(DottedText(ip).c_str(), setting.szSubnetMask,
+                                                             setting.szGateway, "", setting.nForceIPExValue, error);
         ok = ok && sent;
     }
     return ok;
@@ -182,6 +186,22 @@ void CIPConfigAllDevices::Clear()
 {
     ms_vecUsedIP.clear();
     ms_vecConfigDevID.clear();
+    ms_vecAssignment.clear();
+}
+
+void CIPConfigAllDevices::SetDryRun(bool dryRun)
+{
+    ms_bDryRun = dryRun;
+}
+
+bool CIPConfigAllDevices::IsDryRun()
+{
+    return ms_bDryRun;
+}
+
+const std::vector<IP_ASSIGNMENT>& CIPConfigAllDevices::GetAssignments()
+{
+    return ms_vecAssignment;
 }
 
 bool CIPConfigAllDevices::__GetAvailableNetCardIP(unsigned int ip, unsigned int mask, unsigned int* out)

@@ -23,6 +23,13 @@ struct IP_CONFIG_SETTING {
     unsigned int nForceIPExValue;
 };
 
+// One address the planner gave a device (or, in a dry run, would have given it).
+struct IP_ASSIGNMENT {
+    std::string strDevID;
+    unsigned int nOldIP;
+    unsigned int nNewIP;
+};
+
 // False for 0 and for the link-local block 169.254.0.0/16.
 bool IsIPValid(unsigned int ip);
 
@@ -47,6 +54,11 @@ public:
     static void RecordUsedDeviceIP(std::vector<GenICam::Client::CDevice*> devices);
     static void Clear();
 
+    // A dry run plans and records every assignment but sends nothing.
+    static void SetDryRun(bool dryRun);
+    static bool IsDryRun();
+    static const std::vector<IP_ASSIGNMENT>& GetAssignments();
+
     // First free address of a subnet, recorded as taken; the run sequence does not need it.
     bool __GetAvailableNetCardIP(unsigned int ip, unsigned int mask, unsigned int* out);
 
@@ -61,6 +73,8 @@ protected:
 
     static std::vector<unsigned int> ms_vecUsedIP;
     static std::vector<std::string> ms_vecConfigDevID;
+    static std::vector<IP_ASSIGNMENT> ms_vecAssignment;
+    static bool ms_bDryRun;
 
 private:
     bool __IsIPUsed(unsigned int ip);

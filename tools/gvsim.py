@@ -119,7 +119,8 @@ def mac_text(mac):
 
 
 def text_field(text, width, full):
-    raw = text.encode("utf-8")[:width]
+    """A text given as {"hex": "..."} is taken as raw bytes, invalid UTF-8 included."""
+    raw = (bytes.fromhex(text["hex"]) if isinstance(text, dict) else text.encode("utf-8"))[:width]
     if full:  # every byte used, no terminating NUL
         raw = (raw or b"X") * (width // max(len(raw), 1) + 1)
     return raw[:width].ljust(width, b"\0")

@@ -7,6 +7,9 @@ A case file is a lab scenario (its "interfaces") plus what the run must show:
   "forceip_ex": every 0x9000 command the cameras received, in time order:
                "IFACE CAMERA-MAC IP/MASK" (gateway 0.0.0.0, value 5, empty text are checked)
   "forceip":   every FORCEIP received, in time order: "IFACE CAMERA-MAC" (all addresses 0)
+Optional: "args" (the tool's arguments), "exit" (status, default 0), "stderr" (its lines, default
+none), "json" (the one document stdout must be, in place of "stdout"; no "dots": no progress line)
+and "silent_interfaces" (host interfaces that send no frame at all and whose links receive nothing).
 
 usage: run_case.py --tool PATH CASE.json
 """
@@ -16,6 +19,7 @@ import difflib
 import json
 import os
 import re
+import shlex
 import subprocess
 import sys
 import tempfile
@@ -29,9 +33,11 @@ DOTS = re.compile(r"^\.+$")
 TOOL_LIMIT_S = 90
 
 
-def run_lab(case_path, tool, record):
-    command = [PYTHON, LAB, case_path, "--record", record, "--tool", tool,
-               "--timeout", str(TOOL_LIMIT_S)]
+def run_lab(case_path, tool, args, record, sent):
+    # The tool runs under a shell that then notes every interface's sent-frame count.
+    count = f'"$@"; s=$?; grep -H . /sys/class/net/*/statistics/tx_packets > {shlex.quote(sent)}; exit $s'
+    command = [PYTHON, LAB, case_path, "--record", record, "--timeout", str(TOOL_LIMIT_S),
+               "--", "/bin/sh", "-c", count, "sh", tool] + args
     print("run: " + " ".join(command), flush=True)
     started = time.monotonic()
     result = subprocess.run(command, capture_output=True, text=True)
@@ -57,7 +63,7 @@ def normalised(stdout):
 def received(record, command):
     with open(record, encoding="utf-8") as f:
         entries = [json.loads(line) for line in f if line.strip()]
-    return [e for e in entries if e["cmd"] == command]
+    return [e for e in entries if command in (None, e["cmd"])]
 
 
 def forceip_ex_lines(entries, problems):
@@ -86,18 +92,37 @@ def compare(name, expected, actual, problems):
         problems.append(f"{name} differs:\n" + "\n".join(diff))
 
 
-def check(case, result, record):
-    problems = []
-    if result.returncode != 0:
-        problems.append(f"exit status {result.returncode}")
-    stray = [line for line in result.stderr.splitlines() if not line.startswith("lab: ")]
-    if stray:
-        problems.append("the tool wrote to standard error:\n" + "\n".join(stray))
-    lines, dots = normalised(result.stdout)
+def silent_problems(case, record, sent):
+    silent = set(case.get("silent_interfaces", []))
+    counts = {}
+    if sent and os.path.exists(sent):
+        with open(sent, encoding="utf-8") as f:
+            counts = dict(re.match(r".*/net/(.+)/statistics/tx_packets:(\d+)", line).groups() for line in f)
+    noisy = [f"{name} sent {counts.get(name)} frames" for name in sorted(silent) if counts.get(name) != "0"]
+    return noisy + [f"{e['cmd']} reached {e['segment']}" for e in received(record, None) if e["segment"] in silent]
+
+
+def output_problems(case, stdout, problems):
+    """Compares standard output; returns the number of progress dots (None: no progress line)."""
+    if "json" in case:
+        expected, actual = (json.dumps(doc, indent=1).split("\n") for doc in (case["json"], json.loads(stdout)))
+        compare("JSON report", expected, actual, problems)
+        return None
+    lines, dots = normalised(stdout)
     compare("standard output", case["stdout"] + [""], lines, problems)
-    fewest, most = case["dots"]
-    if dots is None or not fewest <= dots <= most:
-        problems.append(f"{dots} progress dots, expected {fewest} to {most}")
+    bounds = case.get("dots")
+    if (dots is None) != (bounds is None) or (bounds and not bounds[0] <= dots <= bounds[1]):
+        problems.append(f"{dots} progress dots, expected {bounds}")
+    return dots
+
+
+def check(case, result, record, sent=None):
+    problems = silent_problems(case, record, sent)
+    if result.returncode != case.get("exit", 0):
+        problems.append(f"exit status {result.returncode}")
+    stderr = [line for line in result.stderr.splitlines() if not line.startswith("lab: ")]
+    compare("standard error", case.get("stderr", []), stderr, problems)
+    dots = output_problems(case, result.stdout, problems)
     compare("0x9000 commands", case["forceip_ex"],
             forceip_ex_lines(received(record, "forceip_ex"), problems), problems)
     compare("FORCEIP commands", case["forceip"],
@@ -113,13 +138,13 @@ def main(argv):
     with open(args.case, encoding="utf-8") as f:
         case = json.load(f)
     with tempfile.TemporaryDirectory(prefix="aic-e2e-") as work:
-        record = os.path.join(work, "record.jsonl")
-        result, total = run_lab(args.case, os.path.abspath(args.tool), record)
+        record, sent = os.path.join(work, "record.jsonl"), os.path.join(work, "sent")
+        result, total = run_lab(args.case, os.path.abspath(args.tool), case.get("args", []), record, sent)
         sys.stdout.write(result.stderr + result.stdout)
         if not os.path.exists(record):
             print("FAIL: the lab wrote no record")
             return 1
-        problems, dots = check(case, result, record)
+        problems, dots = check(case, result, record, sent)
     tool_s = total - lab_seconds(result.stderr, "up") - lab_seconds(result.stderr, "down")
     print(f"timing: tool {tool_s:.1f} s (lab total {total:.1f} s), {dots} dots; "
           f"fixed waits {case.get('fixed_waits', '?')}")

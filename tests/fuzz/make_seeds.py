@@ -28,6 +28,19 @@ def arp_frame(operation, sender_ip):
             + bytes.fromhex("02000000fa02") + sender_ip + PROBE_MAC + bytes(22))
 
 
+def udp_frame(payload, options=b""):
+    """IPv4 (checksummed) and UDP from 10.77.0.2:3956 to 10.77.0.1:59001 around payload."""
+    ihl = 5 + len(options) // 4
+    total = ihl * 4 + 8 + len(payload)
+    header = struct.pack(">BBHHHBBH4s4s", 0x40 | ihl, 0, total, 1, 0, 64, 17, 0, bytes([10, 77, 0, 2]),
+                         bytes([10, 77, 0, 1])) + options
+    words = sum(struct.unpack(f">{len(header) // 2}H", header))
+    while words > 0xFFFF:
+        words = (words & 0xFFFF) + (words >> 16)
+    header = header[:10] + struct.pack(">H", ~words & 0xFFFF) + header[12:]
+    return header + struct.pack(">HHHH", 3956, 59001, 8 + len(payload), 0) + payload
+
+
 SEEDS = {
     "device_info": {"valid": b"\1" + discovery_ack(), "full_text": b"\3" + discovery_ack(full=True),
                     "unknown_id": b"\4" + discovery_ack()[:100]},
@@ -43,6 +56,8 @@ SEEDS = {
     "arp": {"reply_matching": bytes([7, 0, 0, 0]) + arp_frame(2, bytes([7, 0, 0, 0])),
             "reply_other_host": bytes([10, 98, 0, 1]) + arp_frame(2, bytes([10, 98, 0, 20])),
             "request": bytes([7, 0, 0, 0]) + arp_frame(1, bytes([7, 0, 0, 0]))},
+    "link_frame": {"discovery_ack": udp_frame(discovery_ack()), "padded": udp_frame(ack(0, 0x9001, 7)) + bytes(6),
+                   "options": udp_frame(ack(0, 0x0081, 7, bytes(4)), options=bytes(4))},
 }
 
 if __name__ == "__main__":

@@ -1,0 +1,125 @@
+#include "app/Options.h"
+
+#include "common/InstanceFactory.h"
+#include "device/NICAdapter.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <getopt.h>
+
+using GenICam::Client::CInstanceFactory;
+using GenICam::Client::INICAdapter;
+using GenICam::Client::NIC_INFO;
+
+namespace {
+
+const int kJsonOption = 0x100;
+
+const option kLongOptions[] = {
+    {"dry-run", no_argument, nullptr, 'n'},
+    {"interface", required_argument, nullptr, 'i'},
+    {"json", no_argument, nullptr, kJsonOption},
+    {"help", no_argument, nullptr, 'h'},
+    {"version", no_argument, nullptr, 'V'},
+    {nullptr, 0, nullptr, 0},
+};
+
+// Names the option getopt stopped at. optind has passed the word for long options and for a missing
+// value, but not for an unknown letter inside a group such as -nx: that one is named by its letter.
+std::string UsageProblem(int code, char* argv[])
+{
+    const std::string word = argv[optind - 1];
+    const std::string letter = std::string("-") + static_cast<char>(optopt);
+    if (code == ':') {
+        return "option '" + (word.compare(0, 2, "--") == 0 ? word : letter) + "' needs a value";
+    }
+    if (optopt == 0) {
+        return "unknown option '" + word + "'";
+    }
+    if (optopt == kJsonOption || strchr("nhV", optopt) != nullptr) {
+        return "option '" + word.substr(0, word.find('=')) + "' takes no value";
+    }
+    return "unknown option '" + letter + "'";
+}
+
+std::vector<std::string> HostInterfaceNames()
+{
+    std::vector<NIC_INFO> nics;
+    INICAdapter* adapter = CInstanceFactory::CreateNICAdapterIntstance();
+    if (adapter != nullptr) {
+        adapter->GetInterfaceList(nics);
+        CInstanceFactory::DestoryNICAdapterIntstance(adapter);
+    }
+    std::vector<std::string> names;
+    for (const NIC_INFO& nic : nics) {
+        names.push_back(nic.strDescription);
+    }
+    return names;
+}
+
+} // namespace
+
+bool ParseOptions(int argc, char* argv[], RUN_OPTIONS* options, std::string* problem)
+{
+    opterr = 0;  // the messages are ours, without the program's path
+    optind = 1;
+    int code = 0;
+    // The leading ':' tells a missing value apart from an unknown option.
+    while ((code = getopt_long(argc, argv, ":ni:hV", kLongOptions, nullptr)) != -1) {
+        switch (code) {
+        case 'n':
+            options->bDryRun = true;
+            break;
+        case 'i':
+            options->vecInterface.push_back(optarg);
+            break;
+        case kJsonOption:
+            options->bJson = true;
+            break;
+        case 'h':
+            options->bHelp = true;
+            break;
+        case 'V':
+            options->bVersion = true;
+            break;
+        default:
+            *problem = UsageProblem(code, argv);
+            return false;
+        }
+    }
+    if (optind < argc) {
+        *problem = "unexpected argument '" + std::string(argv[optind]) + "'";
+        return false;
+    }
+    return true;
+}
+
+std::string FindUnknownInterface(const std::vector<std::string>& names)
+{
+    if (names.empty()) {
+        return std::string();
+    }
+    const std::vector<std::string> known = HostInterfaceNames();
+    for (const std::string& name : names) {
+        if (std::find(known.begin(), known.end(), name) == known.end()) {
+            return name;
+        }
+    }
+    return std::string();
+}
+
+void PrintHelp()
+{
+    printf("Usage: autoipconfig [OPTION]...\n"
+           "  -n, --dry-run          discover and plan, but send no force-IP; show the plan\n"
+           "  -i, --interface NAME   work on this interface only (repeat for several)\n"
+           "      --json             print the report as one JSON document\n"
+           "  -h, --help             print this help and exit\n"
+           "  -V, --version          print the version and exit\n");
+}
+
+void PrintVersion()
+{
+    printf("autoipconfig 1.0.1906.9272\n");
+}

@@ -1,0 +1,167 @@
+#include "gvcp/LinkTap.h"
+
+#include "common/ErrorCodes.h"
+#include "common/Exception.h"
+#include "common/Helper.h"
+#include "common/InstanceFactory.h"
+#include "gvcp/LinkFrame.h"
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstring>
+#include <ifaddrs.h>
+#include <linux/if_ether.h>
+#include <linux/if_packet.h>
+#include <net/if.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace GenICam {
+namespace Client {
+
+namespace {
+
+// Room for a burst of 2000 discovery acknowledges; the kernel caps SO_RCVBUF for callers without the right.
+const int kReceiveBuffer = 4 << 20;
+const size_t kFrameMax = 65535;
+
+struct LINK_INTERFACE {
+    unsigned int nIndex;
+    unsigned int dwMask;
+};
+
+// The interface holding `ip` under `name` (a kernel name or an address label such as eth0:1).
+bool FindInterface(const std::string& name, unsigned int ip, LINK_INTERFACE& found)
+{
+    ifaddrs* list = nullptr;
+    if (getifaddrs(&list) != 0) {
+        return false;
+    }
+    bool ok = false;
+    for (ifaddrs* entry = list; entry != nullptr && !ok; entry = entry->ifa_next) {
+        if (entry->ifa_addr == nullptr || entry->ifa_netmask == nullptr || entry->ifa_addr->sa_family != AF_INET ||
+            name != entry->ifa_name ||
+            ntohl(reinterpret_cast<sockaddr_in*>(entry->ifa_addr)->sin_addr.s_addr) != ip) {
+            continue;
+        }
+        found.dwMask = ntohl(reinterpret_cast<sockaddr_in*>(entry->ifa_netmask)->sin_addr.s_addr);
+        found.nIndex = if_nametoindex(name.substr(0, name.find(':')).c_str());
+        ok = found.nIndex != 0;
+    }
+    freeifaddrs(list);
+    return ok;
+}
+
+} // namespace
+
+CLinkTap::CLinkTap(std::string interfaceName)
+    : m_strInterface(std::move(interfaceName)), m_nPacketSocket(-1), m_vecFrame(kFrameMax)
+{
+}
+
+void CLinkTap::Open(unsigned int ip, int port, bool, bool)
+{
+    Close();
+    LINK_INTERFACE itf;
+    if (!FindInterface(m_strInterface, ip, itf)) {
+        APP_THROW(GC_ERR_IO, Helper::MsgComposer("no interface %s with that address", m_strInterface.c_str()));
+    }
+    // Protocol 0 until bound: no frame is queued before the filter is in place.
+    m_nPacketSocket = socket(AF_PACKET, SOCK_DGRAM, 0);
+    if (m_nPacketSocket < 0) {
+        APP_THROW(GC_ERR_IO, Helper::MsgComposer("socket error: %d", GetLastError()));
+    }
+    std::vector<sock_filter> program = BuildAckFilter(ip, ip | ~itf.dwMask, static_cast<uint16_t>(port));
+    const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
+    if (setsockopt(m_nPacketSocket, SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof(filter)) != 0) {
+        __FailOpen();
+    }
+    if (setsockopt(m_nPacketSocket, SOL_SOCKET, SO_RCVBUFFORCE, &kReceiveBuffer, sizeof(kReceiveBuffer)) != 0) {
+        setsockopt(m_nPacketSocket, SOL_SOCKET, SO_RCVBUF, &kReceiveBuffer, sizeof(kReceiveBuffer));
+    }
+    sockaddr_ll link;
+    memset(&link, 0, sizeof(link));
+    link.sll_family = AF_PACKET;
+    link.sll_protocol = htons(ETH_P_IP);
+    link.sll_ifindex = static_cast<int>(itf.nIndex);
+    if (bind(m_nPacketSocket, reinterpret_cast<const sockaddr*>(&link), sizeof(link)) != 0) {
+        __FailOpen();
+    }
+}
+
+void CLinkTap::__FailOpen()
+{
+    const unsigned int error = GetLastError();
+    Close();
+    APP_THROW_AS("Open", GC_ERR_IO, Helper::MsgComposer("socket error %d", error));
+}
+
+void CLinkTap::Close()
+{
+    if (m_nPacketSocket != -1) {
+        close(m_nPacketSocket);
+        m_nPacketSocket = -1;
+    }
+}
+
+// Frames the decoder rejects are skipped; the wait ends at the same deadline as a UDP endpoint's.
+void CLinkTap::Receive(unsigned char* buffer, unsigned int capacity, unsigned int* sourceIp,
+                       unsigned int* sourcePort, unsigned int* received, unsigned int timeoutMs)
+{
+    if (m_nPacketSocket < 0) {
+        APP_THROW(GC_ERR_ERROR, "UDPComm::Receive, Invilid Socket !");
+    }
+    if (buffer == nullptr || sourceIp == nullptr || sourcePort == nullptr || received == nullptr) {
+        APP_THROW(GC_ERR_ERROR, "UDPComm::Receive, Invilid Param !");
+    }
+    *received = 0;
+    *sourceIp = 0;
+    *sourcePort = 0;
+    const uint64_t deadline = Helper::GetSystemCounterMs() + timeoutMs;
+    for (;;) {
+        const uint64_t now = Helper::GetSystemCounterMs();
+        const uint64_t wait = deadline > now ? deadline - now : 0;
+        timeval timeout{static_cast<time_t>(wait / 1000), static_cast<suseconds_t>(wait % 1000 * 1000)};
+        fd_set readSet;
+        FD_ZERO(&readSet);
+        FD_SET(m_nPacketSocket, &readSet);
+        const int ready = select(m_nPacketSocket + 1, &readSet, nullptr, nullptr, &timeout);
+        if (ready == -1) {
+            APP_THROW(GC_ERR_IO, "select() Error !");
+        }
+        if (ready == 0) {
+            APP_THROW(GC_ERR_TIMEOUT, "The configuration could not be save !");
+        }
+        const ssize_t count = recv(m_nPacketSocket, m_vecFrame.data(), m_vecFrame.size(), 0);
+        if (count < 0) {
+            APP_THROW(GC_ERR_IO, "Failed error");
+        }
+        LINK_UDP_DATAGRAM datagram;
+        if (DecodeUdpFrame(m_vecFrame.data(), static_cast<size_t>(count), datagram) != LINK_FRAME_ERROR::NONE) {
+            continue;
+        }
+        // Like a UDP socket, a datagram longer than the buffer is cut to its size.
+        const size_t length = datagram.nPayloadLength < capacity ? datagram.nPayloadLength : capacity;
+        memcpy(buffer, datagram.pPayload, length);
+        *sourceIp = datagram.dwSourceIP;
+        *sourcePort = datagram.wSourcePort;
+        *received = static_cast<unsigned int>(length);
+        return;
+    }
+}
+
+CUdpComm* OpenLinkTap(const std::string& interfaceName, unsigned int ip, int port)
+{
+    CLinkTap* tap = new CLinkTap(interfaceName);
+    try {
+        tap->Open(ip, port, false, false);
+        return tap;
+    } catch (CAppException&) {
+        CInstanceFactory::DestoryUdpCommIntstance(tap);
+        return nullptr;
+    }
+}
+
+} // namespace Client
+} // namespace GenICam

@@ -11,7 +11,6 @@
 #include "gvcp/GvcpCodec.h"
 #include "gvcp/LinkTap.h"
 
-#include <arpa/inet.h>
 #include <cstring>
 #include <exception>
 #include <memory>

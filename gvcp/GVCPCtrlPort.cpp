@@ -7,7 +7,6 @@
 #include "gvcp/GvcpCodec.h"
 #include "gvcp/UdpComm.h"
 
-#include <cstddef>
 #include <cstring>
 
 namespace GenICam {

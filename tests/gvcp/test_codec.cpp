@@ -81,8 +81,9 @@ TEST(GvcpCodec, CommandsByteForByte)
     for (const auto& c : cases) {
         EXPECT_EQ(c.built, c.expected) << c.name;
     }
-    EXPECT_EQ(EncodeReadRegCmd(buffer, addrs, GVCP_READREG_MAX, 1), 8u + 4 * 135);
-    EXPECT_EQ(EncodeWriteRegCmd(buffer, addrs, words, GVCP_WRITEREG_MAX, 1), 8u + 8 * 67);
+    const std::vector<uint32_t> most(GVCP_READREG_MAX, 0x0A00);
+    EXPECT_EQ(EncodeReadRegCmd(buffer, most.data(), GVCP_READREG_MAX, 1), 8u + 4 * 135);
+    EXPECT_EQ(EncodeWriteRegCmd(buffer, most.data(), most.data(), GVCP_WRITEREG_MAX, 1), 8u + 8 * 67);
 }
 
 TEST(GvcpCodec, AcknowledgesAndEveryRejection)

@@ -1,14 +1,12 @@
 // Decoding of a discovery record into CDeviceInfo, and every query on the result.
 #include "Fuzz.h"
 
-#include "common/Exception.h"
 #include "gvcp/DeviceInfo.h"
 
 #include <cstring>
 #include <string>
 #include <vector>
 
-using GenICam::Client::CAppException;
 using GenICam::Client::CDeviceInfo;
 using GenICam::Client::ZQ_DISCOVERY_ACK;
 
@@ -17,19 +15,18 @@ namespace {
 const size_t kModelMax = sizeof(ZQ_DISCOVERY_ACK::szModelName);
 const size_t kMacText = 17;
 
+// The ids that answer (unknown ids raise without looking at the record: the unit test has them).
+const int kAnsweredIds[] = {0, 1, 2, 4, 5};
+
 // One information id, as a size query and then into a buffer of exactly that size.
 void Query(CDeviceInfo& info, int id)
 {
-    try {
-        int type = 0;
-        unsigned long size = 0;
-        info.GetInfo(id, &type, nullptr, &size);
-        std::vector<char> buffer(size);
-        info.GetInfo(id, &type, buffer.data(), &size);
-        FUZZ_CHECK(type != 1 || (size > 0 && buffer[size - 1] == '\0'));
-    } catch (CAppException&) {
-        FUZZ_CHECK(id == 3 || id < 0 || id > 5);
-    }
+    int type = 0;
+    unsigned long size = 0;
+    info.GetInfo(id, &type, nullptr, &size);
+    std::vector<char> buffer(size);
+    info.GetInfo(id, &type, buffer.data(), &size);
+    FUZZ_CHECK(type != 1 || (size > 0 && buffer[size - 1] == '\0'));
 }
 
 } // namespace
@@ -39,8 +36,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (size == 0) {
         return 0;
     }
-    // The first byte picks the information id (-1 to 6), the rest is the record.
-    const int id = data[0] % 8 - 1;
+    // The first byte picks the information id, the rest is the record.
+    const int id = kAnsweredIds[data[0] % 5];
     ZQ_DISCOVERY_ACK ack;
     memset(&ack, 0, sizeof(ack));
     memcpy(&ack, data + 1, size - 1 < sizeof(ack) ? size - 1 : sizeof(ack));

@@ -3,12 +3,12 @@
 #include "app/Options.h"
 #include "app/UpdateDevThread.h"
 #include "app/cconfigalldevicesthread.h"
+#include "common/ipcalc.h"
 #include "device/Device.h"
 #include "device/DeviceManager.h"
 #include "device/Interface.h"
 #include "device/TL.h"
 #include "ipconfig/IPConfigAllDevices.h"
-#include "ipconfig/ipcalc.h"
 
 #include <cstdio>
 #include <new>

@@ -5,12 +5,12 @@
 #include "common/Helper.h"
 #include "common/InstanceFactory.h"
 #include "common/StopWatch.h"
+#include "common/ipcalc.h"
+#include "device/ARP.h"
 #include "device/Interface.h"
+#include "gvcp/GvcpCodec.h"
 #include "gvcp/LinkTap.h"
-#include "ipconfig/ARP.h"
-#include "ipconfig/ipcalc.h"
 
-#include <arpa/inet.h>
 #include <cstring>
 #include <exception>
 #include <memory>
@@ -44,25 +44,18 @@ UdpEndpoint OpenEndpoint(unsigned int ip, int port, bool bindAny)
 }
 
 // These commands take their id from the monotonic tick count, not a port counter; 0 is possible.
-GVCP_CMD_HEADER CommandHeader(uint8_t flags, uint16_t command, size_t packetSize)
+uint16_t TickReqID()
 {
-    return MakeCmdHeader(flags, command, static_cast<uint16_t>(packetSize - sizeof(GVCP_CMD_HEADER)),
-                         static_cast<uint16_t>(CStopWatch().GetTickCount() % 65535));
+    return GvcpTickReqID(CStopWatch().GetTickCount());
 }
 
-FORCEIP_EX_CMD_DEF CustomCommand(const unsigned char* mac)
+FORCEIP_EX_FIELDS CustomFields(CDeviceInfo& info)
 {
-    FORCEIP_EX_CMD_DEF command;
-    memset(&command, 0, sizeof(command));
-    command.stHeader = CommandHeader(GVCP_FLAG_ACK_REQUIRED | GVCP_FLAG_BROADCAST_ACK, GVCP_FORCEIP_EX_CMD,
-                                     sizeof(command));
-    memcpy(command.aMAC, mac, sizeof(command.aMAC));
-    return command;
-}
-
-uint32_t WireAddress(const char* dotted)
-{
-    return htonl(Cipcalc().iptolong(dotted));
+    FORCEIP_EX_FIELDS fields;
+    memset(&fields, 0, sizeof(fields));
+    fields.nReqID = TickReqID();
+    info.GetHexMAC(fields.aMAC);
+    return fields;
 }
 
 // True as soon as one send goes out whole.
@@ -79,21 +72,20 @@ bool SendWhole(CUdpComm& endpoint, void* packet, unsigned int length)
 }
 
 // Reads acknowledge headers until one accepts or refuses; a time-out raises from Receive.
-bool AwaitForceIPExAck(CUdpComm& endpoint, uint16_t wireReqID, std::string& error)
+bool AwaitForceIPExAck(CUdpComm& endpoint, uint16_t reqID, std::string& error)
 {
     for (int attempt = 0; attempt < kReceiveAttempts; ++attempt) {
-        GVCP_ACK_HEADER ack;
-        memset(&ack, 0, sizeof(ack));
+        unsigned char datagram[sizeof(GVCP_ACK_HEADER)];
         unsigned int sourceIp = 0;
         unsigned int sourcePort = 0;
         unsigned int received = 0;
-        endpoint.Receive(reinterpret_cast<unsigned char*>(&ack), sizeof(ack), &sourceIp, &sourcePort, &received,
-                         kForceIPExAckWaitMs);
-        if (ntohs(ack.wAck) != GVCP_FORCEIP_EX_ACK || ack.wAckID != wireReqID) {
+        endpoint.Receive(datagram, sizeof(datagram), &sourceIp, &sourcePort, &received, kForceIPExAckWaitMs);
+        GVCP_ACK_FIELDS ack;
+        if (DecodeForceIPExAck(datagram, received, reqID, ack) != GVCP_ACCEPTED) {
             error = "ACK error!";
             continue;
         }
-        const uint16_t status = ntohs(ack.wStatus);
+        const uint16_t status = ack.nStatus;
         if (status == GVCP_STATUS_SUCCESS) {
             return true;
         }
@@ -252,14 +244,14 @@ bool CDevice::SetForceIPEx(char const* ip, char const* mask, char const* gateway
 void CDevice::__SendForceIPExCmd(char const* ip, char const* mask, char const* gateway, char const* text,
                                  unsigned int ipConfig) const
 {
-    unsigned char mac[6];
-    m_pDeviceInfo->GetHexMAC(mac);
-    FORCEIP_EX_CMD_DEF command = CustomCommand(mac);
-    command.dwIPConfig = htonl(ipConfig);
-    command.dwIP = WireAddress(ip);
-    command.dwSubnetMask = WireAddress(mask);
-    command.dwGateway = WireAddress(gateway);
-    memcpy(command.szText, text, strnlen(text, sizeof(command.szText)));
+    FORCEIP_EX_FIELDS fields = CustomFields(*m_pDeviceInfo);
+    Cipcalc calc;
+    fields.nIPConfig = ipConfig;
+    fields.nIP = calc.iptolong(ip);
+    fields.nSubnetMask = calc.iptolong(mask);
+    fields.nGateway = calc.iptolong(gateway);
+    memcpy(fields.szText, text, strnlen(text, sizeof(fields.szText)));
+    FORCEIP_EX_CMD_DEF command = EncodeForceIPExCmd(fields);
 
     const unsigned int interfaceIP = m_pInterface->GetInterfaceIP();
     // Devices answer by broadcast, so the acknowledge is read on the wildcard endpoint.
@@ -277,7 +269,7 @@ void CDevice::__SendForceIPExCmd(char const* ip, char const* mask, char const* g
             error = kSendLengthError;
             continue;
         }
-        accepted = AwaitForceIPExAck(tap ? *tap : *receiver, command.stHeader.wReqID, error);
+        accepted = AwaitForceIPExAck(tap ? *tap : *receiver, fields.nReqID, error);
         break;
     }
     if (!accepted) {
@@ -289,10 +281,9 @@ void CDevice::__SendForceIPExCmd(char const* ip, char const* mask, char const* g
 // send is not a failure.
 void CDevice::__SendForceIPCmd() const
 {
-    FORCEIP_CMD command;
-    memset(&command, 0, sizeof(command));
-    command.stHeader = CommandHeader(GVCP_FLAG_ACK_REQUIRED, GVCP_FORCEIP_CMD, sizeof(command));
-    m_pDeviceInfo->GetHexMAC(command.aMAC);
+    unsigned char mac[6];
+    m_pDeviceInfo->GetHexMAC(mac);
+    FORCEIP_CMD command = EncodeForceIPCmd(mac, TickReqID());
     UdpEndpoint endpoint = OpenEndpoint(m_pInterface->GetInterfaceIP(), GVCP_FORCEIP_PORT_LOCAL, false);
     SendWhole(*endpoint, &command, sizeof(command));
 }
@@ -306,11 +297,9 @@ bool CDevice::SendCustomControlCommand(FORCEIP_EX_CMD_DEF const& command) const
 
 bool CDevice::Reset(unsigned int value) const
 {
-    unsigned char mac[6];
-    m_pDeviceInfo->GetHexMAC(mac);
-    FORCEIP_EX_CMD_DEF command = CustomCommand(mac);
-    command.dwResetValue = htonl(value);
-    return SendCustomControlCommand(command);
+    FORCEIP_EX_FIELDS fields = CustomFields(*m_pDeviceInfo);
+    fields.nResetValue = value;
+    return SendCustomControlCommand(EncodeForceIPExCmd(fields));
 }
 
 } // namespace Client

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "device/DeviceInfo.h"
 #include "device/ZqObjectBase.h"
+#include "gvcp/DeviceInfo.h"
 #include "gvcp/GvcpProtocol.h"
 
 #include <boost/shared_ptr.hpp>

@@ -4,11 +4,11 @@
 #include "common/Exception.h"
 #include "common/Helper.h"
 #include "common/InstanceFactory.h"
+#include "common/ipcalc.h"
 #include "device/Device.h"
-#include "device/DeviceInfo.h"
 #include "gvcp/DeviceDiscovery.h"
+#include "gvcp/DeviceInfo.h"
 #include "gvcp/GVCPCtrlPort.h"
-#include "ipconfig/ipcalc.h"
 
 #include <algorithm>
 #include <memory>

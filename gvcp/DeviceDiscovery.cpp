@@ -5,7 +5,7 @@
 #include "common/Helper.h"
 #include "common/InstanceFactory.h"
 #include "common/LinuxAPI.h"
-#include "device/DeviceInfo.h"
+#include "gvcp/DeviceInfo.h"
 #include "gvcp/GVCPDiscoveryPort.h"
 
 #include <cstring>

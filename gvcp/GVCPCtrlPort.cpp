@@ -4,10 +4,9 @@
 #include "common/Exception.h"
 #include "common/Helper.h"
 #include "common/InstanceFactory.h"
-#include "gvcp/GvcpProtocol.h"
+#include "gvcp/GvcpCodec.h"
 #include "gvcp/UdpComm.h"
 
-#include <cstddef>
 #include <cstring>
 
 namespace GenICam {
@@ -248,34 +247,31 @@ void CGVCPCtrlPort::__Transact(const char* operation, unsigned long* count, bool
     }
 }
 
-void CGVCPCtrlPort::__SendCmd(const char* operation, uint16_t command, unsigned int payloadLength)
+void CGVCPCtrlPort::__SendCmd(const char* operation, size_t length)
 {
-    GVCP_CMD_HEADER& header = *reinterpret_cast<GVCP_CMD_HEADER*>(m_pSendBuffer);
-    header = MakeCmdHeader(GVCP_FLAG_ACK_REQUIRED, command, static_cast<uint16_t>(payloadLength), m_nReqID);
-    const unsigned int length = sizeof(GVCP_CMD_HEADER) + payloadLength;
     unsigned int sent = 0;
-    m_pComm->Send(m_pSendBuffer, length, m_nDeviceIP, GVCP_PORT, &sent);
+    m_pComm->Send(m_pSendBuffer, static_cast<unsigned int>(length), m_nDeviceIP, GVCP_PORT, &sent);
     if (sent != length) {
         APP_THROW_AS(operation, GC_ERR_IO,
-                     Helper::MsgComposer("Expected Send Length = %d,Send Success is Length = %d!", length, sent));
+                     Helper::MsgComposer("Expected Send Length = %d,Send Success is Length = %d!",
+                                         static_cast<unsigned int>(length), sent));
     }
 }
 
 unsigned int CGVCPCtrlPort::__WaitAck(const char* operation, uint16_t ackCode, unsigned int expectedLength,
-                                      const char* timeoutText, unsigned long* count)
+                                      const char* timeoutText, unsigned long* count, uint16_t& status)
 {
-    const GVCP_ACK_HEADER& header = *reinterpret_cast<const GVCP_ACK_HEADER*>(m_pRecvBuffer);
     unsigned int sourceIp = 0;
     unsigned int sourcePort = 0;
     unsigned int received = 0;
     uint64_t elapsed = 0;
     const uint64_t start = Helper::GetSystemCounterMs();
     while (elapsed < m_cmdTimeout) {
-        // Cleared so a short datagram cannot be judged by an earlier one's bytes.
-        memset(m_pRecvBuffer, 0, GVCP_PACKET_MAX);
         m_pComm->Receive(m_pRecvBuffer, expectedLength, &sourceIp, &sourcePort, &received,
                          static_cast<unsigned int>(m_cmdTimeout - elapsed));
-        if (received >= sizeof(GVCP_ACK_HEADER) && ntohs(header.wAck) == ackCode && ntohs(header.wAckID) == m_nReqID) {
+        GVCP_ACK_FIELDS header;
+        if (DecodeAck(m_pRecvBuffer, received, ackCode, m_nReqID, header) == GVCP_ACCEPTED) {
+            status = header.nStatus;
             return received;
         }
         // A clock that stands still or goes back still counts as progress.
@@ -286,9 +282,8 @@ unsigned int CGVCPCtrlPort::__WaitAck(const char* operation, uint16_t ackCode, u
     APP_THROW_AS(operation, GC_ERR_TIMEOUT, timeoutText);
 }
 
-void CGVCPCtrlPort::__CheckStatus(const char* operation)
+void CGVCPCtrlPort::__CheckStatus(const char* operation, uint16_t status)
 {
-    const uint16_t status = ntohs(reinterpret_cast<const GVCP_ACK_HEADER*>(m_pRecvBuffer)->wStatus);
     if (status == GVCP_STATUS_SUCCESS) {
         return;
     }
@@ -300,34 +295,32 @@ void CGVCPCtrlPort::__CheckStatus(const char* operation)
 
 void CGVCPCtrlPort::__SendReadRegCmd(const unsigned long* addrs, unsigned long count)
 {
-    READREG_CMD& command = *reinterpret_cast<READREG_CMD*>(m_pSendBuffer);
+    uint32_t wireAddrs[GVCP_READREG_MAX];
     for (unsigned long i = 0; i < count; ++i) {
         __CheckAddr(addrs[i]);
-        command.adwAddress[i] = htonl(static_cast<uint32_t>(addrs[i]));
+        wireAddrs[i] = static_cast<uint32_t>(addrs[i]);
     }
-    __SendCmd(__FUNCTION__, GVCP_READREG_CMD, static_cast<unsigned int>(count * sizeof(uint32_t)));
+    __SendCmd(__FUNCTION__, EncodeReadRegCmd(m_pSendBuffer, wireAddrs, count, m_nReqID));
 }
 
 void CGVCPCtrlPort::__RecvReadRegCmdAck(unsigned int* values, unsigned long* count, unsigned long requested)
 {
-    const unsigned int expected = offsetof(READREG_ACK, adwValue) + static_cast<unsigned int>(requested) * 4;
-    const unsigned int received = __WaitAck(__FUNCTION__, GVCP_READREG_ACK, expected, "Timeout!", count);
-    const READREG_ACK& ack = *reinterpret_cast<const READREG_ACK*>(m_pRecvBuffer);
+    uint16_t status = 0;
+    const unsigned int expected = sizeof(GVCP_ACK_HEADER) + static_cast<unsigned int>(requested) * sizeof(uint32_t);
+    const unsigned int received = __WaitAck(__FUNCTION__, GVCP_READREG_ACK, expected, "Timeout!", count, status);
     // Values stay in network order: callers convert.
-    *count = (received - sizeof(GVCP_ACK_HEADER)) / sizeof(uint32_t);
-    memcpy(values, ack.adwValue, *count * sizeof(uint32_t));
-    __CheckStatus(__FUNCTION__);
+    *count = DecodeReadRegAck(m_pRecvBuffer, received, values);
+    __CheckStatus(__FUNCTION__, status);
 }
 
 void CGVCPCtrlPort::__SendWriteRegCmd(const unsigned long* addrs, const unsigned int* values, unsigned long count)
 {
-    WRITEREG_CMD& command = *reinterpret_cast<WRITEREG_CMD*>(m_pSendBuffer);
+    uint32_t wireAddrs[GVCP_WRITEREG_MAX];
     for (unsigned long i = 0; i < count; ++i) {
         __CheckAddr(addrs[i]);
-        command.astEntry[i].dwAddress = htonl(static_cast<uint32_t>(addrs[i]));
-        command.astEntry[i].dwValue = values[i];
+        wireAddrs[i] = static_cast<uint32_t>(addrs[i]);
     }
-    __SendCmd(__FUNCTION__, GVCP_WRITEREG_CMD, static_cast<unsigned int>(count * sizeof(WRITEREG_ENTRY)));
+    __SendCmd(__FUNCTION__, EncodeWriteRegCmd(m_pSendBuffer, wireAddrs, values, count, m_nReqID));
 }
 
 void CGVCPCtrlPort::__RecvWriteRegCmdAck(unsigned long* count)
@@ -337,9 +330,10 @@ void CGVCPCtrlPort::__RecvWriteRegCmdAck(unsigned long* count)
 
 void CGVCPCtrlPort::__RecvWriteAck(const char* operation, uint16_t ackCode, unsigned long* count)
 {
-    __WaitAck(operation, ackCode, sizeof(WRITE_ACK), "Timeout !", count);
-    *count = ntohs(reinterpret_cast<const WRITE_ACK*>(m_pRecvBuffer)->wIndex);
-    __CheckStatus(operation);
+    uint16_t status = 0;
+    const unsigned int received = __WaitAck(operation, ackCode, sizeof(WRITE_ACK), "Timeout !", count, status);
+    *count = DecodeWriteAck(m_pRecvBuffer, received);
+    __CheckStatus(operation, status);
 }
 
 void CGVCPCtrlPort::__CheckBlockLength(unsigned long length)
@@ -365,20 +359,19 @@ void CGVCPCtrlPort::__ReadMemLimited(unsigned long addr, unsigned char* buffer, 
 void CGVCPCtrlPort::__SendReadMemCmd(unsigned long addr, unsigned long length)
 {
     __CheckAddr(addr);
-    READMEM_CMD& command = *reinterpret_cast<READMEM_CMD*>(m_pSendBuffer);
-    command.dwAddress = htonl(static_cast<uint32_t>(addr));
-    command.wReserved = 0;
-    command.wCount = htons(static_cast<uint16_t>(length));
-    __SendCmd(__FUNCTION__, GVCP_READMEM_CMD, sizeof(READMEM_CMD) - sizeof(GVCP_CMD_HEADER));
+    __SendCmd(__FUNCTION__, EncodeReadMemCmd(m_pSendBuffer, static_cast<uint32_t>(addr),
+                                             static_cast<uint16_t>(length), m_nReqID));
 }
 
 void CGVCPCtrlPort::__RecvReadMemCmdAck(unsigned char* buffer, unsigned long& length, unsigned long requested)
 {
+    uint16_t status = 0;
     const unsigned int expected = sizeof(READMEM_ACK_HEADER) + static_cast<unsigned int>(requested);
-    const unsigned int received = __WaitAck(__FUNCTION__, GVCP_READMEM_ACK, expected, "Timeout !", &length);
-    length = received > sizeof(READMEM_ACK_HEADER) ? received - sizeof(READMEM_ACK_HEADER) : 0;
-    memcpy(buffer, m_pRecvBuffer + sizeof(READMEM_ACK_HEADER), length);
-    __CheckStatus(__FUNCTION__);
+    const unsigned int received = __WaitAck(__FUNCTION__, GVCP_READMEM_ACK, expected, "Timeout !", &length, status);
+    const uint8_t* data = nullptr;
+    length = DecodeReadMemAck(m_pRecvBuffer, received, &data);
+    memcpy(buffer, data, length);
+    __CheckStatus(__FUNCTION__, status);
 }
 
 void CGVCPCtrlPort::__WriteMemLimited(unsigned long addr, const unsigned char* buffer, unsigned long& length)
@@ -394,10 +387,7 @@ void CGVCPCtrlPort::__WriteMemLimited(unsigned long addr, const unsigned char* b
 void CGVCPCtrlPort::__SendWriteMemCmd(unsigned long addr, const unsigned char* buffer, unsigned long length)
 {
     __CheckAddr(addr);
-    WRITEMEM_CMD_HEADER& command = *reinterpret_cast<WRITEMEM_CMD_HEADER*>(m_pSendBuffer);
-    command.dwAddress = htonl(static_cast<uint32_t>(addr));
-    memcpy(m_pSendBuffer + sizeof(WRITEMEM_CMD_HEADER), buffer, length);
-    __SendCmd(__FUNCTION__, GVCP_WRITEMEM_CMD, static_cast<unsigned int>(sizeof(uint32_t) + length));
+    __SendCmd(__FUNCTION__, EncodeWriteMemCmd(m_pSendBuffer, static_cast<uint32_t>(addr), buffer, length, m_nReqID));
 }
 
 void CGVCPCtrlPort::__RecvWriteMemCmdAck(unsigned long& length)

@@ -45,10 +45,10 @@ private:
                     const char* unexpectedText, const std::function<void()>& attempt);
     void __TransferBlocks(unsigned long addr, unsigned long* size, const char* operation, const char* unexpectedText,
                           const BlockTransfer& transfer);
-    void __SendCmd(const char* operation, uint16_t command, unsigned int payloadLength);
+    void __SendCmd(const char* operation, size_t length);
     unsigned int __WaitAck(const char* operation, uint16_t ackCode, unsigned int expectedLength,
-                           const char* timeoutText, unsigned long* count);
-    void __CheckStatus(const char* operation);
+                           const char* timeoutText, unsigned long* count, uint16_t& status);
+    void __CheckStatus(const char* operation, uint16_t status);
     void __CheckBlockLength(unsigned long length);
 
     void __SendReadRegCmd(const unsigned long* addrs, unsigned long count);

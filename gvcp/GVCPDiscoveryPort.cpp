@@ -4,6 +4,7 @@
 #include "common/Exception.h"
 #include "common/Helper.h"
 #include "common/InstanceFactory.h"
+#include "gvcp/GvcpCodec.h"
 #include "gvcp/LinkTap.h"
 
 namespace GenICam {
@@ -24,8 +25,7 @@ CGVCPDiscoveryPort::~CGVCPDiscoveryPort()
 
 void CGVCPDiscoveryPort::SendDiscoveryPacket(unsigned int destinationIp)
 {
-    GVCP_CMD_HEADER command =
-        MakeCmdHeader(GVCP_FLAG_ACK_REQUIRED | GVCP_FLAG_BROADCAST_ACK, GVCP_DISCOVERY_CMD, 0, _GetReqID());
+    GVCP_CMD_HEADER command = EncodeDiscoveryCmd(_GetReqID());
     unsigned int sent = 0;
     m_pComm->Send(reinterpret_cast<unsigned char*>(&command), sizeof(command), destinationIp, GVCP_PORT, &sent);
     if (sent != sizeof(command)) {
@@ -64,8 +64,7 @@ void CGVCPDiscoveryPort::__RecvEnumPacket(ZQ_DISCOVERY_ACK& ack, CUdpComm* endpo
         endpoint->Receive(reinterpret_cast<unsigned char*>(&ack), sizeof(ack), &sourceIp, &sourcePort, &length,
                           static_cast<unsigned int>(timeoutMs - elapsed));
         // Longer datagrams arrive cut to the record's size and are judged like exact ones.
-        if (length == sizeof(ack) && ntohs(ack.stHeader.wAck) == GVCP_DISCOVERY_ACK &&
-            ntohs(ack.stHeader.wAckID) == m_nReqID) {
+        if (DecodeDiscoveryAck(reinterpret_cast<const uint8_t*>(&ack), length, m_nReqID) == GVCP_ACCEPTED) {
             found = true;
             break;
         }

@@ -1,7 +1,7 @@
 #include "gvcp/GVPort.h"
 
 #include "common/InstanceFactory.h"
-#include "gvcp/GvcpProtocol.h"
+#include "gvcp/GvcpCodec.h"
 #include "gvcp/UdpComm.h"
 
 #include <cstdint>
@@ -48,21 +48,14 @@ void CGVPort::GetHostPort(unsigned short& port)
 
 unsigned short CGVPort::_GetReqID()
 {
-    // 0xFFFF is followed by 2: both 0 and 1 are skipped after the wrap.
-    if (m_nReqID == 0xFFFF) {
-        m_nReqID = 1;
-    }
-    ++m_nReqID;
+    m_nReqID = GvcpNextReqID(m_nReqID);
     return m_nReqID;
 }
 
 void CGVPort::_ResetReqID()
 {
     srand(static_cast<unsigned int>(reinterpret_cast<uintptr_t>(this)));
-    m_nReqID = static_cast<unsigned short>(rand() % 65535);
-    if (m_nReqID == 0) {
-        m_nReqID = 1;
-    }
+    m_nReqID = GvcpSeedReqID(rand());
 }
 
 } // namespace Client

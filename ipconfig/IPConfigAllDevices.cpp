@@ -1,10 +1,10 @@
 #include "ipconfig/IPConfigAllDevices.h"
 
 #include "common/Exception.h"
+#include "common/ipcalc.h"
+#include "device/ARP.h"
 #include "device/Device.h"
 #include "device/Interface.h"
-#include "ipconfig/ARP.h"
-#include "ipconfig/ipcalc.h"
 
 #include <algorithm>
 #include <cstdint>

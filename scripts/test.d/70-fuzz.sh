@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Fuzzes every wire parser for a bounded time (AIC_FUZZ_SECONDS per target, default 30) in a clang
-# libFuzzer build with ASan+UBSan. Each harness works in a private network namespace of its own.
+# libFuzzer build with ASan+UBSan. The targets call the codecs directly: no socket, no namespace.
 # New corpus entries stay in the build tree; a crash fails the suite and its input is kept in
 # build-fuzz/artifacts/ (copy it into tests/fuzz/corpus/<target>/ once fixed, as a regression).
 set -euo pipefail

@@ -76,16 +76,6 @@ TEST_F(HostInterfaces, AliasLabelIsAnEntryOfItsOwnWithTheSameMac)
     EXPECT_EQ(list[0].strMAC, list[1].strMAC);
 }
 
-TEST_F(HostInterfaces, AtMostSixteenEntriesAreSeen)
-{
-    Veth("eth0", "");
-    for (int i = 0; i < 20; ++i) {
-        Sh("ip addr add 10.0." + std::to_string(i) + ".1/24 dev eth0 label eth0:" + std::to_string(i));
-    }
-    // lo is the first of the 16 entries and is skipped.
-    EXPECT_EQ(Enumerate().size(), 15u);
-}
-
 TEST_F(HostInterfaces, GatewayComesFromTheFirstGatewayRouteOfTheInterface)
 {
     Veth("eth0", "192.168.1.10/24");

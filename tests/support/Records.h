@@ -1,8 +1,8 @@
 #pragma once
 
-#include "device/DeviceInfo.h"
 #include "device/InterfaceInfo.h"
-#include "support/Responder.h"
+#include "gvcp/DeviceInfo.h"
+#include "support/Packets.h"
 
 #include <arpa/inet.h>
 #include <boost/shared_ptr.hpp>

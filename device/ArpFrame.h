@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+
+// Builds and reads the ARP probe's Ethernet frame: no I/O, no throw.
+
+#pragma pack(push, 1)
+// One Ethernet frame carrying an ARP message; multi-byte fields in network order.
+struct ARP_PACKET {
+    uint8_t aDestMAC[6];
+    uint8_t aSrcMAC[6];
+    uint16_t wEtherType;
+    uint16_t wHardwareType;
+    uint16_t wProtocolType;
+    uint8_t cHardwareLength;
+    uint8_t cProtocolLength;
+    uint16_t wOperation;
+    uint8_t aSenderMAC[6];
+    uint32_t dwSenderIP;
+    uint8_t aTargetMAC[6];
+    uint32_t dwTargetIP;
+    uint8_t aPadding[18];
+};
+#pragma pack(pop)
+static_assert(sizeof(ARP_PACKET) == 60, "ARP frame");
+
+// The probe's socket listens for the Reverse-ARP type, not the ARP type of the frame it sends.
+const uint16_t ARP_PROBE_LISTEN_TYPE = 0x8035;
+
+// The fields that vary; addresses as inet_addr gives them (network order), operation in host order.
+struct ARP_FIELDS {
+    uint8_t aDestMAC[6];
+    uint8_t aSrcMAC[6];
+    uint16_t nOperation;
+    uint8_t aSenderMAC[6];
+    uint32_t dwSenderIP;
+    uint8_t aTargetMAC[6];
+    uint32_t dwTargetIP;
+};
+
+// Why a received frame does not answer the probe.
+enum ARP_REJECTION {
+    ARP_MATCH = 0,
+    ARP_REJECT_OPERATION,
+    ARP_REJECT_SENDER,
+    ARP_REJECT_TARGET_MAC,
+};
+
+ARP_PACKET EncodeArp(const ARP_FIELDS& fields);
+ARP_FIELDS DecodeArp(const ARP_PACKET& frame);
+// Claims probeIP for mac and asks for localIP, to FF-FF-FF-FF-FF-00.
+ARP_PACKET EncodeArpProbe(const uint8_t* mac, uint32_t localIP, uint32_t probeIP);
+ARP_REJECTION MatchArpReply(const ARP_PACKET& reply, uint32_t localIP, const uint8_t* mac);

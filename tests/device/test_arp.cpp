@@ -1,0 +1,159 @@
+#include "device/ARP.h"
+#include "support/NetNamespace.h"
+
+#include <arpa/inet.h>
+#include <chrono>
+#include <cstring>
+#include <future>
+#include <gtest/gtest.h>
+#include <linux/if_packet.h>
+#include <net/if.h>
+#include <poll.h>
+#include <unistd.h>
+#include <vector>
+
+using Frame = std::vector<uint8_t>;
+
+namespace {
+
+const uint8_t kMac[6] = {0x02, 0x00, 0x00, 0x00, 0xFA, 0x01};
+const uint8_t kOther[6] = {0x02, 0x00, 0x00, 0x00, 0xFA, 0x02};
+
+Frame Of(const ARP_PACKET& packet)
+{
+    const uint8_t* p = reinterpret_cast<const uint8_t*>(&packet);
+    return Frame(p, p + sizeof(packet));
+}
+
+// A reply as a host would send it, written out offset by offset.
+Frame Reply(uint16_t operation, const uint8_t* senderIp, const uint8_t* targetMac, uint16_t type = 0x8035)
+{
+    Frame f(60);
+    memcpy(&f[0], kMac, 6);
+    memcpy(&f[6], kOther, 6);
+    const uint8_t head[] = {uint8_t(type >> 8), uint8_t(type), 0, 1, 8, 0, 6, 4, 0, uint8_t(operation)};
+    memcpy(&f[12], head, sizeof(head));
+    memcpy(&f[22], kOther, 6);
+    memcpy(&f[28], senderIp, 4);
+    memcpy(&f[32], targetMac, 6);
+    return f;
+}
+
+ARP_PACKET Packet(const Frame& frame)
+{
+    ARP_PACKET packet;
+    memcpy(&packet, frame.data(), sizeof(packet));
+    return packet;
+}
+
+const uint8_t kSeven[4] = {7, 0, 0, 0};
+const uint32_t kLocalSeven = inet_addr("7.0.0.0"); // 7: below 256, so the one-byte compare can match
+
+} // namespace
+
+TEST(ArpFrame, ProbeClaimsTheCandidateAndAsksForOurAddressToFFFFFFFFFF00)
+{
+    Frame expected(60);
+    memset(&expected[0], 0xFF, 5); // the sixth destination byte stays 0
+    memcpy(&expected[6], kMac, 6);
+    const uint8_t head[] = {0x08, 0x06, 0x00, 0x01, 0x08, 0x00, 6, 4, 0x00, 0x01};
+    memcpy(&expected[12], head, sizeof(head));
+    memcpy(&expected[22], kMac, 6);
+    const uint8_t candidate[] = {10, 77, 0, 23};
+    const uint8_t local[] = {10, 77, 0, 1};
+    memcpy(&expected[28], candidate, 4);
+    memcpy(&expected[38], local, 4);
+    EXPECT_EQ(Of(EncodeArpProbe(kMac, inet_addr("10.77.0.1"), inet_addr("10.77.0.23"))), expected);
+}
+
+TEST(ArpFrame, ReplyTestAndEveryRejection)
+{
+    const uint8_t other[4] = {10, 77, 0, 1};
+    const struct {
+        const char* name;
+        Frame frame;
+        uint32_t local;
+        ARP_REJECTION expected;
+    } cases[] = {
+        {"reply to us", Reply(2, kSeven, kMac), kLocalSeven, ARP_MATCH},
+        {"a request", Reply(1, kSeven, kMac), kLocalSeven, ARP_REJECT_OPERATION},
+        {"only the first sender byte counts", Reply(2, other, kMac), inet_addr("10.77.0.1"), ARP_REJECT_SENDER},
+        {"first byte alone matches", Reply(2, other, kMac), 10, ARP_MATCH},
+        {"reply to another MAC", Reply(2, kSeven, kOther), kLocalSeven, ARP_REJECT_TARGET_MAC},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(MatchArpReply(Packet(c.frame), c.local, kMac), c.expected) << c.name;
+    }
+}
+
+namespace {
+
+// The probe on one end of a veth pair; the other end sends one frame back for each request.
+class ArpProbe : public aictest::NetNamespaceTest {
+protected:
+    void SetUp() override
+    {
+        NetNamespaceTest::SetUp();
+        Sh("ip link add pr0 address 02:00:00:00:fa:01 type veth peer name pr1 && ip link set pr0 up && "
+           "ip link set pr1 up");
+        m_peer = socket(AF_PACKET, SOCK_RAW, htons(0x0806));
+        sockaddr_ll address = {};
+        address.sll_family = AF_PACKET;
+        address.sll_protocol = htons(0x0806);
+        address.sll_ifindex = static_cast<int>(if_nametoindex("pr1"));
+        ASSERT_EQ(bind(m_peer, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+        m_to = address;
+    }
+    void TearDown() override { close(m_peer); }
+
+    // Runs the probe while the peer answers (or not); the request the peer saw comes back in seen.
+    bool Probe(const char* local, const Frame& answer, Frame& seen, int64_t& ms)
+    {
+        std::future<Frame> peer = std::async(std::launch::async, [&] {
+            Frame request(1514);
+            pollfd ready = {m_peer, POLLIN, 0};
+            if (poll(&ready, 1, 1500) != 1) {
+                return Frame();
+            }
+            request.resize(static_cast<size_t>(recv(m_peer, request.data(), request.size(), 0)));
+            if (!answer.empty()) {
+                sendto(m_peer, answer.data(), answer.size(), 0, reinterpret_cast<sockaddr*>(&m_to), sizeof(m_to));
+            }
+            return request;
+        });
+        const auto start = std::chrono::steady_clock::now();
+        const bool taken = CARP().DetectIP(local, "10.98.0.20", "02-00-00-00-FA-01", "pr0");
+        ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
+        seen = peer.get();
+        return taken;
+    }
+
+    int m_peer = -1;
+    sockaddr_ll m_to = {};
+};
+
+} // namespace
+
+TEST_F(ArpProbe, ListensForTheReverseArpTypeAndWaitsOneSecondAtMost)
+{
+    const struct {
+        const char* name;
+        const char* local;
+        Frame answer;
+        bool taken;
+        int64_t minMs, maxMs;
+    } cases[] = {
+        {"matching reply of the listened type", "7.0.0.0", Reply(2, kSeven, kMac), true, 0, 500},
+        {"the same reply as ARP is not heard", "7.0.0.0", Reply(2, kSeven, kMac, 0x0806), false, 950, 1500},
+        {"silence", "7.0.0.0", {}, false, 950, 1500},
+        {"own address: taken, nothing sent", "10.98.0.20", {}, true, 0, 50},
+    };
+    for (const auto& c : cases) {
+        Frame seen;
+        int64_t ms = 0;
+        EXPECT_EQ(Probe(c.local, c.answer, seen, ms), c.taken) << c.name;
+        EXPECT_GE(ms, c.minMs) << c.name;
+        EXPECT_LT(ms, c.maxMs) << c.name;
+        EXPECT_EQ(seen.size(), c.maxMs == 50 ? 0u : 60u) << c.name;
+    }
+}

@@ -11,14 +11,16 @@ using namespace GenICam::Client;
 
 namespace {
 
-void Set16(std::vector<uint8_t>& f, size_t at, uint16_t v)
+using Bytes = std::vector<uint8_t>;
+
+void Set16(Bytes& f, size_t at, uint16_t v)
 {
     f[at] = static_cast<uint8_t>(v >> 8);
     f[at + 1] = static_cast<uint8_t>(v);
 }
 
 // Keeps the header checksum right after an edit, so each case fails for its own reason only.
-void Reseal(std::vector<uint8_t>& f)
+void Reseal(Bytes& f)
 {
     Set16(f, 10, 0);
     uint32_t sum = 0;
@@ -29,9 +31,9 @@ void Reseal(std::vector<uint8_t>& f)
 }
 
 // 10.0.0.7:3956 -> 255.255.255.255:59001 carrying `payload` bytes, then `padding` link bytes.
-std::vector<uint8_t> Frame(size_t payload, size_t padding = 0)
+Bytes Frame(size_t payload, size_t padding = 0)
 {
-    std::vector<uint8_t> frame(sizeof(IPV4_HEADER) + sizeof(UDP_HEADER) + payload + padding, 0xAB);
+    Bytes frame(sizeof(IPV4_HEADER) + sizeof(UDP_HEADER) + payload + padding, 0xAB);
     const IPV4_HEADER ip{0x45, 0, htons(static_cast<uint16_t>(frame.size() - padding)), 0, htons(0x4000), 64, 17, 0,
                          htonl(0x0A000007), 0xFFFFFFFF};
     const UDP_HEADER udp{htons(3956), htons(59001), htons(static_cast<uint16_t>(sizeof(udp) + payload)), 0};
@@ -41,31 +43,30 @@ std::vector<uint8_t> Frame(size_t payload, size_t padding = 0)
     return frame;
 }
 
-struct Case {
-    const char* name;
-    std::function<void(std::vector<uint8_t>&)> edit;
-    LINK_FRAME_ERROR expected;
-};
-
 } // namespace
 
 TEST(LinkFrame, RejectsEachMalformedPartForItsReason)
 {
-    const std::vector<Case> cases = {
-        {"short", [](std::vector<uint8_t>& f) { f.resize(27); }, LINK_FRAME_ERROR::TRUNCATED},
-        {"total beyond frame", [](std::vector<uint8_t>& f) { Set16(f, 2, 300), Reseal(f); }, LINK_FRAME_ERROR::TRUNCATED},
-        {"total below headers", [](std::vector<uint8_t>& f) { Set16(f, 2, 27), Reseal(f); }, LINK_FRAME_ERROR::TRUNCATED},
-        {"IPv6", [](std::vector<uint8_t>& f) { f[0] = 0x65, Reseal(f); }, LINK_FRAME_ERROR::NOT_IPV4},
-        {"IHL 4", [](std::vector<uint8_t>& f) { f[0] = 0x44, Reseal(f); }, LINK_FRAME_ERROR::BAD_HEADER_LENGTH},
-        {"checksum", [](std::vector<uint8_t>& f) { f[8] ^= 1; }, LINK_FRAME_ERROR::BAD_CHECKSUM},
-        {"more fragments", [](std::vector<uint8_t>& f) { Set16(f, 6, 0x2000), Reseal(f); }, LINK_FRAME_ERROR::FRAGMENT},
-        {"last fragment", [](std::vector<uint8_t>& f) { Set16(f, 6, 0x0010), Reseal(f); }, LINK_FRAME_ERROR::FRAGMENT},
-        {"TCP", [](std::vector<uint8_t>& f) { f[9] = 6, Reseal(f); }, LINK_FRAME_ERROR::NOT_UDP},
-        {"UDP length 7", [](std::vector<uint8_t>& f) { Set16(f, 24, 7); }, LINK_FRAME_ERROR::BAD_UDP_LENGTH},
-        {"UDP past IP", [](std::vector<uint8_t>& f) { Set16(f, 24, 8 + 257); }, LINK_FRAME_ERROR::BAD_UDP_LENGTH},
+    using E = LINK_FRAME_ERROR;
+    const struct {
+        const char* name;
+        std::function<void(Bytes&)> edit;
+        E expected;
+    } cases[] = {
+        {"short", [](Bytes& f) { f.resize(27); }, E::TRUNCATED},
+        {"total beyond frame", [](Bytes& f) { Set16(f, 2, 300), Reseal(f); }, E::TRUNCATED},
+        {"total below headers", [](Bytes& f) { Set16(f, 2, 27), Reseal(f); }, E::TRUNCATED},
+        {"IPv6", [](Bytes& f) { f[0] = 0x65, Reseal(f); }, E::NOT_IPV4},
+        {"IHL 4", [](Bytes& f) { f[0] = 0x44, Reseal(f); }, E::BAD_HEADER_LENGTH},
+        {"checksum", [](Bytes& f) { f[8] ^= 1; }, E::BAD_CHECKSUM},
+        {"more fragments", [](Bytes& f) { Set16(f, 6, 0x2000), Reseal(f); }, E::FRAGMENT},
+        {"last fragment", [](Bytes& f) { Set16(f, 6, 0x0010), Reseal(f); }, E::FRAGMENT},
+        {"TCP", [](Bytes& f) { f[9] = 6, Reseal(f); }, E::NOT_UDP},
+        {"UDP length 7", [](Bytes& f) { Set16(f, 24, 7); }, E::BAD_UDP_LENGTH},
+        {"UDP past IP", [](Bytes& f) { Set16(f, 24, 8 + 257); }, E::BAD_UDP_LENGTH},
     };
-    for (const Case& c : cases) {
-        std::vector<uint8_t> frame = Frame(256);
+    for (const auto& c : cases) {
+        Bytes frame = Frame(256);
         c.edit(frame);
         LINK_UDP_DATAGRAM datagram{};
         EXPECT_EQ(DecodeUdpFrame(frame.data(), frame.size(), datagram), c.expected) << c.name;
@@ -75,13 +76,11 @@ TEST(LinkFrame, RejectsEachMalformedPartForItsReason)
 TEST(LinkFrame, ReadsTheDatagramAndIgnoresLinkPadding)
 {
     for (const size_t padding : {0, 18}) {
-        const std::vector<uint8_t> frame = Frame(8, padding);
+        const Bytes frame = Frame(8, padding);
         LINK_UDP_DATAGRAM d{};
         ASSERT_EQ(DecodeUdpFrame(frame.data(), frame.size(), d), LINK_FRAME_ERROR::NONE) << padding;
-        EXPECT_EQ(d.dwSourceIP, 0x0A000007u);
-        EXPECT_EQ(d.dwDestinationIP, 0xFFFFFFFFu);
-        EXPECT_EQ(d.wSourcePort, 3956);
-        EXPECT_EQ(d.wDestinationPort, 59001);
+        EXPECT_EQ(std::vector<uint32_t>({d.dwSourceIP, d.dwDestinationIP, d.wSourcePort, d.wDestinationPort}),
+                  std::vector<uint32_t>({0x0A000007, 0xFFFFFFFF, 3956, 59001}));
         EXPECT_EQ(d.pPayload, frame.data() + 28);
         EXPECT_EQ(d.nPayloadLength, 8u);
     }

@@ -165,7 +165,8 @@ def check_host():
     def conf(name, key):
         with open(f"/proc/sys/net/ipv4/conf/{name}/{key}", encoding="ascii") as f:
             return int(f.read())
-    assert [conf(n, "rp_filter") for n in ("all", "default", "eth0", "cam1")] == [2, 2, 1, 2]
+    names = ("all", "default", "eth0", "cam1")
+    assert [conf(n, "rp_filter") for n in names] == [2, 2, 1, 2]
     assert [conf(n, "accept_local") for n in ("all", "eth0")] == [0, 0]
 
 

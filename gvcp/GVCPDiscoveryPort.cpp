@@ -35,13 +35,14 @@ void CGVCPDiscoveryPort::SendDiscoveryPacket(unsigned int destinationIp)
 
 void CGVCPDiscoveryPort::RecvDiscoveryPacket(ZQ_DISCOVERY_ACK& ack, unsigned int timeoutMs)
 {
-    // At link level every acknowledge, unicast or broadcast, arrives once and whatever the kernel's checks say.
-    if (m_pLinkComm != nullptr) {
-        __RecvEnumPacket(ack, m_pLinkComm, timeoutMs);
-        return;
-    }
     // Half the wait for unicast answers, half for broadcast ones, which only the wildcard endpoint sees.
     const unsigned int half = timeoutMs >> 1;
+    // At link level every acknowledge, unicast or broadcast, arrives once and whatever the kernel's
+    // checks say; it gets both halves, so slices time out as they do without it.
+    if (m_pLinkComm != nullptr) {
+        __RecvEnumPacket(ack, m_pLinkComm, half * 2);
+        return;
+    }
     try {
         __RecvEnumPacket(ack, m_pComm, half);
     } catch (CAppException& e) {

@@ -7,13 +7,11 @@
 #include "gvcp/LinkFrame.h"
 
 #include <arpa/inet.h>
-#include <cerrno>
 #include <cstring>
 #include <ifaddrs.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
 #include <net/if.h>
-#include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -75,7 +73,7 @@ void CLinkTap::Open(unsigned int ip, int port, bool, bool)
     std::vector<sock_filter> program = BuildAckFilter(ip, ip | ~itf.dwMask, static_cast<uint16_t>(port));
     const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
     if (setsockopt(m_nPacketSocket, SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof(filter)) != 0) {
-        __FailOpen();
+        _FailOpen();
     }
     if (setsockopt(m_nPacketSocket, SOL_SOCKET, SO_RCVBUFFORCE, &kReceiveBuffer, sizeof(kReceiveBuffer)) != 0) {
         setsockopt(m_nPacketSocket, SOL_SOCKET, SO_RCVBUF, &kReceiveBuffer, sizeof(kReceiveBuffer));
@@ -86,15 +84,8 @@ void CLinkTap::Open(unsigned int ip, int port, bool, bool)
     link.sll_protocol = htons(ETH_P_IP);
     link.sll_ifindex = static_cast<int>(itf.nIndex);
     if (bind(m_nPacketSocket, reinterpret_cast<const sockaddr*>(&link), sizeof(link)) != 0) {
-        __FailOpen();
+        _FailOpen();
     }
-}
-
-void CLinkTap::__FailOpen()
-{
-    const unsigned int error = GetLastError();
-    Close();
-    APP_THROW_AS("Open", GC_ERR_IO, Helper::MsgComposer("socket error %d", error));
 }
 
 void CLinkTap::Close()
@@ -112,27 +103,11 @@ void CLinkTap::Receive(unsigned char* buffer, unsigned int capacity, unsigned in
     if (m_nPacketSocket < 0) {
         APP_THROW(GC_ERR_ERROR, "UDPComm::Receive, Invilid Socket !");
     }
-    if (buffer == nullptr || sourceIp == nullptr || sourcePort == nullptr || received == nullptr) {
-        APP_THROW(GC_ERR_ERROR, "UDPComm::Receive, Invilid Param !");
-    }
-    *received = 0;
-    *sourceIp = 0;
-    *sourcePort = 0;
     const uint64_t deadline = Helper::GetSystemCounterMs() + timeoutMs;
     for (;;) {
         const uint64_t now = Helper::GetSystemCounterMs();
-        const uint64_t wait = deadline > now ? deadline - now : 0;
-        timeval timeout{static_cast<time_t>(wait / 1000), static_cast<suseconds_t>(wait % 1000 * 1000)};
-        fd_set readSet;
-        FD_ZERO(&readSet);
-        FD_SET(m_nPacketSocket, &readSet);
-        const int ready = select(m_nPacketSocket + 1, &readSet, nullptr, nullptr, &timeout);
-        if (ready == -1) {
-            APP_THROW(GC_ERR_IO, "select() Error !");
-        }
-        if (ready == 0) {
-            APP_THROW(GC_ERR_TIMEOUT, "The configuration could not be save !");
-        }
+        _AwaitDatagram(m_nPacketSocket, buffer, sourceIp, sourcePort, received,
+                       static_cast<unsigned int>(deadline > now ? deadline - now : 0));
         const ssize_t count = recv(m_nPacketSocket, m_vecFrame.data(), m_vecFrame.size(), 0);
         if (count < 0) {
             APP_THROW(GC_ERR_IO, "Failed error");

@@ -21,8 +21,6 @@ public:
                  unsigned int* received, unsigned int timeoutMs) override;
 
 private:
-    [[noreturn]] void __FailOpen();
-
     std::string m_strInterface;
     int m_nPacketSocket;
     std::vector<unsigned char> m_vecFrame;

@@ -50,7 +50,7 @@ void CUdpComm::Open(unsigned int ip, int port, bool broadcast, bool bindAny)
     }
     const sockaddr_in address = MakeAddress(bindAny ? INADDR_ANY : ip, static_cast<unsigned int>(port));
     if (bind(m_nSocket, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
-        __FailOpen();
+        _FailOpen();
     }
 }
 
@@ -58,11 +58,11 @@ void CUdpComm::__SetOption(int option)
 {
     const int32_t on = 1;
     if (setsockopt(m_nSocket, SOL_SOCKET, option, &on, sizeof(on)) != 0) {
-        __FailOpen();
+        _FailOpen();
     }
 }
 
-void CUdpComm::__FailOpen()
+void CUdpComm::_FailOpen()
 {
     const unsigned int error = GetLastError();
     Close();
@@ -104,31 +104,7 @@ void CUdpComm::Receive(unsigned char* buffer, unsigned int capacity, unsigned in
     if (m_nSocket < 1) {
         APP_THROW(GC_ERR_ERROR, "UDPComm::Receive, Invilid Socket !");
     }
-    if (buffer == nullptr || sourceIp == nullptr || sourcePort == nullptr || received == nullptr) {
-        APP_THROW(GC_ERR_ERROR, "UDPComm::Receive, Invilid Param !");
-    }
-    *received = 0;
-    *sourceIp = 0;
-    *sourcePort = 0;
-
-    timeval timeout;
-    timeout.tv_sec = timeoutMs / 1000;
-    timeout.tv_usec = (timeoutMs % 1000) * 1000;
-    fd_set readSet;
-    FD_ZERO(&readSet);
-    FD_SET(m_nSocket, &readSet);
-    const int ready = select(m_nSocket + 1, &readSet, nullptr, nullptr, &timeout);
-    if (ready == -1) {
-        APP_THROW(GC_ERR_IO, "select() Error !");
-    }
-    if (ready == 0) {
-        // The socket layer's own wording for a time-out; callers match the code, not the text.
-        APP_THROW(GC_ERR_TIMEOUT, "The configuration could not be save !");
-    }
-    if (!FD_ISSET(m_nSocket, &readSet)) {
-        APP_THROW(GC_ERR_IO, "FD_ISSET, Failed !");
-    }
-
+    _AwaitDatagram(m_nSocket, buffer, sourceIp, sourcePort, received, timeoutMs);
     sockaddr_in source;
     socklen_t sourceLength = sizeof(source);
     const ssize_t count =
@@ -139,6 +115,35 @@ void CUdpComm::Receive(unsigned char* buffer, unsigned int capacity, unsigned in
     *sourceIp = ntohl(source.sin_addr.s_addr);
     *sourcePort = ntohs(source.sin_port);
     *received = static_cast<unsigned int>(count);
+}
+
+void CUdpComm::_AwaitDatagram(int fd, unsigned char* buffer, unsigned int* sourceIp, unsigned int* sourcePort,
+                              unsigned int* received, unsigned int timeoutMs)
+{
+    if (buffer == nullptr || sourceIp == nullptr || sourcePort == nullptr || received == nullptr) {
+        APP_THROW_AS("Receive", GC_ERR_ERROR, "UDPComm::Receive, Invilid Param !");
+    }
+    *received = 0;
+    *sourceIp = 0;
+    *sourcePort = 0;
+
+    timeval timeout;
+    timeout.tv_sec = timeoutMs / 1000;
+    timeout.tv_usec = (timeoutMs % 1000) * 1000;
+    fd_set readSet;
+    FD_ZERO(&readSet);
+    FD_SET(fd, &readSet);
+    const int ready = select(fd + 1, &readSet, nullptr, nullptr, &timeout);
+    if (ready == -1) {
+        APP_THROW_AS("Receive", GC_ERR_IO, "select() Error !");
+    }
+    if (ready == 0) {
+        // The socket layer's own wording for a time-out; callers match the code, not the text.
+        APP_THROW_AS("Receive", GC_ERR_TIMEOUT, "The configuration could not be save !");
+    }
+    if (!FD_ISSET(fd, &readSet)) {
+        APP_THROW_AS("Receive", GC_ERR_IO, "FD_ISSET, Failed !");
+    }
 }
 
 void CUdpComm::GetHostPort(unsigned short& port)

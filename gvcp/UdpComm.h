@@ -23,9 +23,15 @@ public:
 
     unsigned int GetLastError();
 
+protected:
+    // Closes, then raises Open's error with the errno of the call that failed.
+    [[noreturn]] void _FailOpen();
+    // Receive's argument checks, cleared outputs and wait until `fd` is readable, raising as Receive does.
+    void _AwaitDatagram(int fd, unsigned char* buffer, unsigned int* sourceIp, unsigned int* sourcePort,
+                        unsigned int* received, unsigned int timeoutMs);
+
 private:
     void __SetOption(int option);
-    [[noreturn]] void __FailOpen();
     void __SetMembership(int option, const ip_mreq& request, const char* operation);
 
     int m_nSocket;

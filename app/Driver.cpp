@@ -179,10 +179,3 @@ const IP_ASSIGNMENT* FindAssignment(const CDevice* device)
     }
     return nullptr;
 }
-
-std::string DottedText(unsigned int ip)
-{
-    char text[16] = {0};
-    Cipcalc().longtoip(ip, text);
-    return text;
-}

@@ -26,4 +26,3 @@ void PrintDeviceInfo(GenICam::Client::CInterface* itf);
 void SelectInterfaces(const std::vector<std::string>& names);
 // The address the planner gave (or would give) the device in this run; null when none.
 const IP_ASSIGNMENT* FindAssignment(const GenICam::Client::CDevice* device);
-std::string DottedText(unsigned int ip);

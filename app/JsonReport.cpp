@@ -1,6 +1,7 @@
 #include "app/JsonReport.h"
 
 #include "app/Driver.h"
+#include "common/ipcalc.h"
 #include "device/Device.h"
 #include "device/DeviceManager.h"
 #include "device/Interface.h"

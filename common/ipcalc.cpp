@@ -304,3 +304,10 @@ bool Cipcalc::IPisValidToMask(unsigned int ip, unsigned int mask)
     }
     return ip != getsubnetipEX(ip, mask) && ip != getcastipEX(ip, mask);
 }
+
+std::string DottedText(unsigned int ip)
+{
+    char text[16] = {0};
+    Cipcalc().longtoip(ip, text);
+    return text;
+}

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 // IPv4 conversions, tests and subnet arithmetic. Addresses are host-order numbers
 // (192.168.1.10 is 0xC0A8010A) inside, dotted "%d.%d.%d.%d" text at the edges.
 class Cipcalc {
@@ -36,3 +38,6 @@ public:
 private:
     bool __ScanGroups(const char* s, int groupLimit);
 };
+
+// The dotted text of a host-order address.
+std::string DottedText(unsigned int ip);

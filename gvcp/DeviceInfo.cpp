@@ -13,13 +13,6 @@ namespace Client {
 
 namespace {
 
-std::string DottedText(uint32_t ip)
-{
-    char text[16] = {0};
-    Cipcalc().longtoip(ip, text);
-    return text;
-}
-
 bool SameBytes(const std::string& a, const std::string& b)
 {
     return a.size() == b.size() && memcmp(a.data(), b.data(), a.size()) == 0;

@@ -18,13 +18,6 @@ namespace {
 const unsigned int kLinkLocalFirst = 0xA9FE0000;
 const unsigned int kLinkLocalLast = 0xA9FEFFFF;
 
-std::string DottedText(unsigned int ip)
-{
-    char text[16] = {0};
-    Cipcalc().longtoip(ip, text);
-    return text;
-}
-
 } // namespace
 
 std::vector<unsigned int> CIPConfigAllDevices::ms_vecUsedIP;

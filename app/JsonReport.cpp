@@ -83,7 +83,7 @@ Json InterfacesJson()
 void PrintJsonReport(const char* result, bool withInterfaces)
 {
     const Json report = {
-        {"version", "1.0.1906.9272"},
+        {"version", AIC_VERSION},
         {"result", result},
         {"dry_run", CIPConfigAllDevices::IsDryRun()},
         {"interfaces", withInterfaces ? InterfacesJson() : Json::array()},

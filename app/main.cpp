@@ -54,6 +54,9 @@ int Run(RUN_OPTIONS& options)
         if (!UpdateDeviceList()) {
             result = &kEnumFailed;
         } else {
+            if (options.bJson) {
+                RememberFirstCameras();
+            }
             ConfigAllDevices();
             if (!options.bDryRun && !Confirm(&options)) {
                 result = &kUnexpected;

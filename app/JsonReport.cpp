@@ -1,6 +1,7 @@
 #include "app/JsonReport.h"
 
 #include "app/Driver.h"
+#include "common/ErrorCodes.h"
 #include "common/Helper.h"
 #include "common/ipcalc.h"
 #include "device/Device.h"
@@ -33,7 +34,6 @@ struct FIRST_SEEN {
 };
 std::vector<FIRST_SEEN> g_vecFirstSeen;
 
-const char kTimeoutPrefix[] = "{-1011}";  // what() of a GC_ERR_TIMEOUT exception
 const char kBadAck[] = "ACK error!";
 
 Json CameraFacts(CDevice* device)
@@ -75,7 +75,9 @@ std::string ForceIPFailure(const IP_ASSIGNMENT& assignment)
     if (assignment.nStatus != 0) {
         return Helper::MsgComposer("refused (status 0x%04x)", static_cast<unsigned int>(assignment.nStatus));
     }
-    if (assignment.strError.compare(0, sizeof(kTimeoutPrefix) - 1, kTimeoutPrefix) == 0) {
+    // An exception's text starts with its code.
+    const std::string timeout = Helper::MsgComposer("{%d}", GenICam::Client::GC_ERR_TIMEOUT);
+    if (assignment.strError.compare(0, timeout.size(), timeout) == 0) {
         return "no answer";
     }
     if (assignment.strError.find(kBadAck) != std::string::npos) {

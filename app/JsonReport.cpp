@@ -57,14 +57,14 @@ const IP_ASSIGNMENT* FindRecord(const std::vector<IP_ASSIGNMENT>& records, const
     return nullptr;
 }
 
-bool WasSeenFirst(const std::string& id)
+const FIRST_SEEN* FindFirstSeen(const std::string& id)
 {
     for (const FIRST_SEEN& seen : g_vecFirstSeen) {
         if (seen.strDevID == id) {
-            return true;
+            return &seen;
         }
     }
-    return false;
+    return nullptr;
 }
 
 std::string ForceIPFailure(const IP_ASSIGNMENT& assignment)
@@ -113,7 +113,11 @@ std::string Reason(CDevice* device, CInterface* itf, const IP_ASSIGNMENT* assign
     if (!IsIPValid(ip)) {
         return "interface is link-local";
     }
-    return WasSeenFirst(id) ? "interface could not be read" : "not seen before the configuration";
+    const FIRST_SEEN* seen = FindFirstSeen(id);
+    if (seen == nullptr) {
+        return "not seen before the configuration";
+    }
+    return seen->facts["ip"] == device->GetStrIP() ? "interface could not be read" : "changed its address during the run";
 }
 
 // A planned camera shows the address and mask it would get, and where it is now as previous_ip.

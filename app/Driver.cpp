@@ -71,7 +71,7 @@ bool UpdateDeviceList()
     if (manager == nullptr) {
         return false;
     }
-    CUpdateDevThread* update = new (std::nothrow) CUpdateDevThread(manager, 0, std::vector<std::string>());
+    CUpdateDevThread* update = new (std::nothrow) CUpdateDevThread(manager, UPDATE_DEV_ONCE, std::vector<std::string>());
     if (update == nullptr) {
         return false;
     }
@@ -107,7 +107,7 @@ void* OnThreadReUpdateDeviceList(void* options)
     for (CDevice* device : devices) {
         ids.push_back(device->GetDevID());
     }
-    CUpdateDevThread* update = new (std::nothrow) CUpdateDevThread(manager, 1, ids);
+    CUpdateDevThread* update = new (std::nothrow) CUpdateDevThread(manager, UPDATE_DEV_UNTIL_FOUND, ids);
     if (update != nullptr) {
         update->ShowProgress(options == nullptr || !static_cast<const RUN_OPTIONS*>(options)->bJson);
         update->run();

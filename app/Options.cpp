@@ -121,5 +121,5 @@ void PrintHelp()
 
 void PrintVersion()
 {
-    printf("autoipconfig 1.0.1906.9272\n");
+    printf("autoipconfig " AIC_VERSION "\n");
 }

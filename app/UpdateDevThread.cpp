@@ -31,14 +31,14 @@ CUpdateDevThread::~CUpdateDevThread()
 void CUpdateDevThread::run()
 {
     try {
-        if (m_nMode == 0) {
+        if (m_nMode == UPDATE_DEV_ONCE) {
             __RunOnce();
         } else {
             __RunUntilFound();
         }
     } catch (...) {
         __SetUpdateDevStatus(false);
-        if (m_nMode != 0) {
+        if (m_nMode != UPDATE_DEV_ONCE) {
             __EndLine();
         }
     }

@@ -9,8 +9,14 @@ class CDeviceManager;
 } // namespace Client
 } // namespace GenICam
 
-// Enumerates all devices once (mode 0), or until every listed device answers again (any other
-// mode). Starts no thread: the caller decides where run() executes. Deleted by its own type only.
+// Modes of CUpdateDevThread; any mode other than once repeats.
+enum UPDATE_DEV_MODE {
+    UPDATE_DEV_ONCE = 0,
+    UPDATE_DEV_UNTIL_FOUND = 1,
+};
+
+// Enumerates all devices once (UPDATE_DEV_ONCE), or until every listed device answers again (any
+// other mode). Starts no thread: the caller decides where run() executes. Deleted by its own type only.
 class CUpdateDevThread final {
 public:
     CUpdateDevThread(GenICam::Client::CDeviceManager* manager, int mode, const std::vector<std::string>& devIDs);

@@ -45,7 +45,7 @@ int Run(RUN_OPTIONS& options)
     const RUN_RESULT* result = &kFinished;
     CIPConfigAllDevices::SetDryRun(options.bDryRun);
     if (!options.bJson) {
-        printf("Tool version is 1.0.1906.9272\nAuto IP Configure Started!\n");
+        printf("Tool version is " AIC_VERSION "\nAuto IP Configure Started!\n");
     }
     if (!InitDeviceModule()) {
         result = &kInitFailed;
@@ -54,6 +54,9 @@ int Run(RUN_OPTIONS& options)
         if (!UpdateDeviceList()) {
             result = &kEnumFailed;
         } else {
+            if (options.bJson) {
+                RememberFirstCameras();
+            }
             ConfigAllDevices();
             if (!options.bDryRun && !Confirm(&options)) {
                 result = &kUnexpected;

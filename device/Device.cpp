@@ -72,7 +72,7 @@ bool SendWhole(CUdpComm& endpoint, void* packet, unsigned int length)
 }
 
 // Reads acknowledge headers until one accepts or refuses; a time-out raises from Receive.
-bool AwaitForceIPExAck(CUdpComm& endpoint, uint16_t reqID, std::string& error)
+bool AwaitForceIPExAck(CUdpComm& endpoint, uint16_t reqID, std::string& error, uint16_t& refusal)
 {
     for (int attempt = 0; attempt < kReceiveAttempts; ++attempt) {
         unsigned char datagram[sizeof(GVCP_ACK_HEADER)];
@@ -89,6 +89,7 @@ bool AwaitForceIPExAck(CUdpComm& endpoint, uint16_t reqID, std::string& error)
         if (status == GVCP_STATUS_SUCCESS) {
             return true;
         }
+        refusal = status;
         if (status == GVCP_STATUS_FORCEIP_FORBIDDEN) {
             error = "IP Configuration is forbidden to set to device!";
             return false;
@@ -227,6 +228,7 @@ bool CDevice::SetForceIPEx(char const* ip, char const* mask, char const* gateway
         error = "{App}{Invalid parameter!}";
         return false;
     }
+    m_nForceIPExStatus = 0;
     try {
         __SendForceIPExCmd(ip, mask, gateway, text, ipConfig);
         __SendForceIPCmd();
@@ -269,7 +271,7 @@ void CDevice::__SendForceIPExCmd(char const* ip, char const* mask, char const* g
             error = kSendLengthError;
             continue;
         }
-        accepted = AwaitForceIPExAck(tap ? *tap : *receiver, fields.nReqID, error);
+        accepted = AwaitForceIPExAck(tap ? *tap : *receiver, fields.nReqID, error, m_nForceIPExStatus);
         break;
     }
     if (!accepted) {
@@ -286,6 +288,11 @@ void CDevice::__SendForceIPCmd() const
     FORCEIP_CMD command = EncodeForceIPCmd(mac, TickReqID());
     UdpEndpoint endpoint = OpenEndpoint(m_pInterface->GetInterfaceIP(), GVCP_FORCEIP_PORT_LOCAL, false);
     SendWhole(*endpoint, &command, sizeof(command));
+}
+
+uint16_t CDevice::GetForceIPExStatus() const
+{
+    return m_nForceIPExStatus;
 }
 
 bool CDevice::SendCustomControlCommand(FORCEIP_EX_CMD_DEF const& command) const

@@ -6,6 +6,7 @@
 
 #include <boost/shared_ptr.hpp>
 #include <boost/thread/recursive_mutex.hpp>
+#include <cstdint>
 #include <string>
 
 namespace GenICam {
@@ -43,6 +44,8 @@ public:
 
     bool SetForceIPEx(char const* ip, char const* mask, char const* gateway, char const* text,
                       unsigned int ipConfig, std::string& error);
+    // The last non-zero status the device acknowledged the last SetForceIPEx with; 0 when none came.
+    uint16_t GetForceIPExStatus() const;
     bool SendCustomControlCommand(FORCEIP_EX_CMD_DEF const& command) const;
     bool Reset(unsigned int value) const;
 
@@ -56,6 +59,8 @@ private:
     [[maybe_unused]] CTL* m_pTL; // the device keeps its transport layer, though no operation reads it
     CInterface* m_pInterface;
     boost::shared_ptr<CDeviceInfo> m_pDeviceInfo;
+    // Kept apart from the error text: a refusal followed by a time-out reports only the time-out.
+    mutable uint16_t m_nForceIPExStatus = 0;
 };
 
 } // namespace Client

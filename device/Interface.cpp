@@ -314,7 +314,7 @@ void CInterface::__GetAllDeviceStatus(DeviceInfoList& records)
     const unsigned int address = m_pInterfaceInfo->GetIntIP(0);
     const unsigned int mask = m_pInterfaceInfo->GetIntSubnetMask(0);
     const std::string description = m_pInterfaceInfo->GetStrDescription();
-    int status = 0;
+    int status = DEVICE_ACCESS_STATUS_UNKNOWN;
     for (const boost::shared_ptr<CDeviceInfo>& record : records) {
         if (__IsInSameSubnet(address, mask, record->GetIntIP(), record->GetIntSubnetMask())) {
             std::unique_ptr<CGVCPCtrlPort, CtrlPortRelease> port(
@@ -322,7 +322,7 @@ void CInterface::__GetAllDeviceStatus(DeviceInfoList& records)
             port->GetAccessStatus(status);
             record->SetAccessStatus(status);
         } else {
-            record->SetAccessStatus(0);
+            record->SetAccessStatus(DEVICE_ACCESS_STATUS_UNKNOWN);
         }
     }
 }

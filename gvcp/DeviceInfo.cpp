@@ -49,7 +49,7 @@ CDeviceInfo::CDeviceInfo(const DISCOVERY_RECORD& record)
       m_strID(Helper::MsgComposer("%s(%s)", m_strModelName.c_str(), m_strMAC.c_str())),
       m_strDisplayName(Helper::MsgComposer("%s(%s[%s])", m_strModelName.c_str(), m_strIP.c_str(), m_strMAC.c_str())),
       m_nRestartAndResetFeature(record.nRestartAndResetFeature),
-      m_nAccessStatus(0)
+      m_nAccessStatus(DEVICE_ACCESS_STATUS_UNKNOWN)
 {
     memcpy(m_aMAC, record.aMAC, sizeof(m_aMAC));
 }

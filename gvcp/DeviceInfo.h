@@ -14,6 +14,16 @@ enum MANUFACTURER_SPECIFIC_INFORMATION {
     MSI_RESET_SUPPORTED = 0x02,
 };
 
+// A device's access status, numbered as GenTL numbers it; 1000 is the tool's own.
+enum DEVICE_ACCESS_STATUS {
+    DEVICE_ACCESS_STATUS_UNKNOWN = 0,
+    DEVICE_ACCESS_STATUS_READWRITE = 1,
+    DEVICE_ACCESS_STATUS_READONLY = 2,
+    DEVICE_ACCESS_STATUS_NOACCESS = 3,
+    // another host holds control and the device says so with status 0xC000
+    DEVICE_ACCESS_STATUS_BUSY = 1000,
+};
+
 // The decoded discovery acknowledge of one device. Its ID is "model(MAC)".
 class CDeviceInfo {
 public:

@@ -4,6 +4,7 @@
 #include "common/Exception.h"
 #include "common/Helper.h"
 #include "common/InstanceFactory.h"
+#include "gvcp/DeviceInfo.h"
 #include "gvcp/GvcpCodec.h"
 #include "gvcp/UdpComm.h"
 
@@ -17,7 +18,6 @@ namespace {
 const unsigned int kDefaultRetryTimes = 3;
 const unsigned int kDefaultTimeoutMs = 500;
 const uint16_t kStatusCcpBusy = 0xC000;
-const int kAccessStatusBusy = 1000;
 
 // Holds the port's lock for one transaction.
 class CTransactionLock {
@@ -31,17 +31,17 @@ private:
     CWmCriticalSection& m_section;
 };
 
-int AccessStatusFromCcp(unsigned int ccp)
+DEVICE_ACCESS_STATUS AccessStatusFromCcp(unsigned int ccp)
 {
     switch (ccp) {
     case 0:
-        return 1; // nobody holds control: read/write
+        return DEVICE_ACCESS_STATUS_READWRITE; // nobody holds control
     case 2:
-        return 2; // control access held: read-only
+        return DEVICE_ACCESS_STATUS_READONLY; // control access held
     case 1:
-        return 3; // exclusive access held: no access
+        return DEVICE_ACCESS_STATUS_NOACCESS; // exclusive access held
     default:
-        return 0;
+        return DEVICE_ACCESS_STATUS_UNKNOWN;
     }
 }
 
@@ -103,7 +103,7 @@ void CGVCPCtrlPort::SetPrivilege(DEVICE_ACCESS_VALUE value)
 
 void CGVCPCtrlPort::GetAccessStatus(int& status)
 {
-    status = 0;
+    status = DEVICE_ACCESS_STATUS_UNKNOWN;
     unsigned long address = GVCP_REG_CCP;
     unsigned int word = 0;
     unsigned long count = 1;
@@ -113,12 +113,12 @@ void CGVCPCtrlPort::GetAccessStatus(int& status)
     } catch (CAppException& e) {
         // Another host holding control shows as a device status, or as a refused read.
         if (e.GetErrorCode() == kStatusCcpBusy) {
-            status = kAccessStatusBusy;
+            status = DEVICE_ACCESS_STATUS_BUSY;
         } else if (e.GetErrorCode() == GC_ERR_ACCESS_DENIED) {
-            status = 3;
+            status = DEVICE_ACCESS_STATUS_NOACCESS;
         }
     } catch (...) {
-        status = 0;
+        status = DEVICE_ACCESS_STATUS_UNKNOWN;
     }
 }
 

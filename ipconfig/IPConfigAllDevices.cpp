@@ -23,6 +23,7 @@ const unsigned int kLinkLocalLast = 0xA9FEFFFF;
 std::vector<unsigned int> CIPConfigAllDevices::ms_vecUsedIP;
 std::vector<std::string> CIPConfigAllDevices::ms_vecConfigDevID;
 std::vector<IP_ASSIGNMENT> CIPConfigAllDevices::ms_vecAssignment;
+std::vector<IP_ASSIGNMENT> CIPConfigAllDevices::ms_vecUnassigned;
 bool CIPConfigAllDevices::ms_bDryRun = false;
 
 bool IsIPValid(unsigned int ip)
@@ -136,11 +137,15 @@ bool CIPConfigAllDevices::ConfigDevIP(const IP_CONFIG_SETTING& setting, std::vec
             return false;
         }
         const unsigned int ip = list[next++];
-        ms_vecAssignment.push_back(IP_ASSIGNMENT{device->GetDevID(), device->GetIntIP(), ip});
-        std::string error;
-        const bool sent = ms_bDryRun || device->SetForceIPEx(DottedText(ip).c_str(), setting.szSubnetMask,
-                                                             setting.szGateway, "", setting.nForceIPExValue, error);
-        ok = ok && sent;
+        IP_ASSIGNMENT assignment{device->GetDevID(), device->GetIntIP(), ip, IP_OUTCOME_PLANNED, 0, std::string()};
+        if (!ms_bDryRun) {
+            const bool sent = device->SetForceIPEx(DottedText(ip).c_str(), setting.szSubnetMask, setting.szGateway,
+                                                   "", setting.nForceIPExValue, assignment.strError);
+            assignment.nOutcome = sent ? IP_OUTCOME_SENT : IP_OUTCOME_FAILED;
+            assignment.nStatus = device->GetForceIPExStatus();
+            ok = ok && sent;
+        }
+        ms_vecAssignment.push_back(assignment);
     }
     return ok;
 }
@@ -148,6 +153,16 @@ bool CIPConfigAllDevices::ConfigDevIP(const IP_CONFIG_SETTING& setting, std::vec
 void CIPConfigAllDevices::RecordIPAssignedToDev(std::vector<unsigned int>& list)
 {
     ms_vecUsedIP.insert(ms_vecUsedIP.end(), list.begin(), list.end());
+}
+
+void CIPConfigAllDevices::RecordNoAddress(const std::vector<CDevice*>& devices)
+{
+    for (CDevice* device : devices) {
+        if (device != nullptr) {
+            ms_vecUnassigned.push_back(
+                IP_ASSIGNMENT{device->GetDevID(), device->GetIntIP(), 0, IP_OUTCOME_NO_ADDRESS, 0, std::string()});
+        }
+    }
 }
 
 void CIPConfigAllDevices::RecordUsedNetCardIP(std::vector<CInterface*> interfaces)
@@ -180,6 +195,7 @@ void CIPConfigAllDevices::Clear()
     ms_vecUsedIP.clear();
     ms_vecConfigDevID.clear();
     ms_vecAssignment.clear();
+    ms_vecUnassigned.clear();
 }
 
 void CIPConfigAllDevices::SetDryRun(bool dryRun)
@@ -195,6 +211,11 @@ bool CIPConfigAllDevices::IsDryRun()
 const std::vector<IP_ASSIGNMENT>& CIPConfigAllDevices::GetAssignments()
 {
     return ms_vecAssignment;
+}
+
+const std::vector<IP_ASSIGNMENT>& CIPConfigAllDevices::GetUnassigned()
+{
+    return ms_vecUnassigned;
 }
 
 bool CIPConfigAllDevices::__GetAvailableNetCardIP(unsigned int ip, unsigned int mask, unsigned int* out)

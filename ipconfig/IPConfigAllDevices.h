@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -23,11 +24,22 @@ struct IP_CONFIG_SETTING {
     unsigned int nForceIPExValue;
 };
 
-// One address the planner gave a device (or, in a dry run, would have given it).
+// What became of a device the planner selected.
+enum IP_OUTCOME {
+    IP_OUTCOME_PLANNED = 0,    // dry run: nothing sent
+    IP_OUTCOME_SENT = 1,       // the force-IP was acknowledged
+    IP_OUTCOME_FAILED = 2,     // the force-IP failed: see nStatus and strError
+    IP_OUTCOME_NO_ADDRESS = 3, // too few free addresses for its interface: nothing sent
+};
+
+// One address the planner gave a device (or, in a dry run, would have given it), and what came of it.
 struct IP_ASSIGNMENT {
     std::string strDevID;
     unsigned int nOldIP;
-    unsigned int nNewIP;
+    unsigned int nNewIP;  // 0 when the device got none
+    IP_OUTCOME nOutcome;
+    uint16_t nStatus;      // the device's refusing GVCP status; 0 when it sent none
+    std::string strError;  // the force-IP's error text
 };
 
 // False for 0 and for the link-local block 169.254.0.0/16.
@@ -49,6 +61,7 @@ public:
     bool ConfigDevIP(const IP_CONFIG_SETTING& setting, std::vector<GenICam::Client::CDevice*>& devices,
                      std::vector<unsigned int>& list);
     void RecordIPAssignedToDev(std::vector<unsigned int>& list);
+    void RecordNoAddress(const std::vector<GenICam::Client::CDevice*>& devices);
 
     static void RecordUsedNetCardIP(std::vector<GenICam::Client::CInterface*> interfaces);
     static void RecordUsedDeviceIP(std::vector<GenICam::Client::CDevice*> devices);
@@ -58,6 +71,8 @@ public:
     static void SetDryRun(bool dryRun);
     static bool IsDryRun();
     static const std::vector<IP_ASSIGNMENT>& GetAssignments();
+    // Devices selected on an interface without enough free addresses, so given none.
+    static const std::vector<IP_ASSIGNMENT>& GetUnassigned();
 
     // First free address of a subnet, recorded as taken; the run sequence does not need it.
     bool __GetAvailableNetCardIP(unsigned int ip, unsigned int mask, unsigned int* out);
@@ -74,6 +89,7 @@ protected:
     static std::vector<unsigned int> ms_vecUsedIP;
     static std::vector<std::string> ms_vecConfigDevID;
     static std::vector<IP_ASSIGNMENT> ms_vecAssignment;
+    static std::vector<IP_ASSIGNMENT> ms_vecUnassigned;
     static bool ms_bDryRun;
 
 private:

@@ -46,6 +46,7 @@ bool CIPConfigNetCardIPValid::ConfigAllDevices()
     MarkDev();
     std::vector<unsigned int> list;
     if (!GetIPList(&list)) {
+        RecordNoAddress(m_vecConfigDevice);
         return false;
     }
     RecordIPAssignedToDev(list);

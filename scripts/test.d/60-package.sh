@@ -27,11 +27,21 @@ DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "$d
 echo "== package: installed files"
 for path in /usr/sbin/autoipconfig /usr/share/man/man8/autoipconfig.8.gz \
             /usr/share/doc/autoipconfig/README.md /usr/share/doc/autoipconfig/copyright \
-            /usr/lib/systemd/system/autoipconfig.service; do
+            /usr/lib/systemd/system/autoipconfig.service /etc/default/autoipconfig; do
   [ -f "$path" ] || { echo "package: $path is missing" >&2; exit 1; }
 done
 man -w autoipconfig > /dev/null
 systemd-analyze verify --man=no /usr/lib/systemd/system/autoipconfig.service
+
+echo "== package: the boot unit's options file"
+grep -qx /etc/default/autoipconfig /var/lib/dpkg/info/autoipconfig.conffiles \
+  || { echo "package: /etc/default/autoipconfig is not a conffile" >&2; exit 1; }
+# Empty by default, so the unit runs the tool without arguments, as before.
+[ -z "$(. /etc/default/autoipconfig && echo "$AUTOIPCONFIG_OPTIONS")" ] \
+  || { echo "package: AUTOIPCONFIG_OPTIONS is not empty by default" >&2; exit 1; }
+grep -q 'EnvironmentFile=-/etc/default/autoipconfig' /usr/lib/systemd/system/autoipconfig.service \
+  && grep -q '^ExecStart=/usr/sbin/autoipconfig \$AUTOIPCONFIG_OPTIONS$' /usr/lib/systemd/system/autoipconfig.service \
+  || { echo "package: the unit does not take its options from /etc/default/autoipconfig" >&2; exit 1; }
 if [ -n "$(find /etc/systemd/system -name autoipconfig.service 2>/dev/null)" ]; then
   echo "package: the unit was enabled by installing the package" >&2
   exit 1

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Valgrind memcheck of one full lab run (tools/scenarios/hostile_memcheck.json): no invalid read or
+# Valgrind memcheck of one full lab run (tests/hostile/cases/hostile_memcheck.json): no invalid read or
 # write, no use of uninitialised memory and no definitely lost block, or the suite fails.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
@@ -13,7 +13,7 @@ trap 'rm -rf "$work"' EXIT
 
 echo "== valgrind memcheck of a full lab run"
 status=0
-/usr/bin/python3 tools/lab.py tools/scenarios/hostile_memcheck.json --timeout 300 -- valgrind --tool=memcheck \
+/usr/bin/python3 tools/lab.py tests/hostile/cases/hostile_memcheck.json --timeout 300 -- valgrind --tool=memcheck \
   --leak-check=full --show-leak-kinds=definite --errors-for-leak-kinds=definite --error-exitcode=99 \
   --log-file="$work/memcheck.log" "$tool" > "$work/stdout" || status=$?
 cat "$work/stdout"

@@ -8,8 +8,9 @@ A case file is a lab scenario (its "interfaces") plus what the run must show:
                "IFACE CAMERA-MAC IP/MASK" (gateway 0.0.0.0, value 5, empty text are checked)
   "forceip":   every FORCEIP received, in time order: "IFACE CAMERA-MAC" (all addresses 0)
 Optional: "args" (the tool's arguments), "exit" (status, default 0), "stderr" (its lines, default
-none), "json" (the one document stdout must be, in place of "stdout"; no "dots": no progress line)
-and "silent_interfaces" (host interfaces that send no frame at all and whose links receive nothing).
+none), "json" (the one document stdout must be with --json; a case with "stdout" too runs twice, in
+fresh labs, and both runs must send the same) and "silent_interfaces" (host interfaces that send no
+frame at all and whose links receive nothing).
 
 usage: run_case.py --tool PATH CASE.json
 """
@@ -102,9 +103,9 @@ def silent_problems(case, record, sent):
     return noisy + [f"{e['cmd']} reached {e['segment']}" for e in received(record, None) if e["segment"] in silent]
 
 
-def output_problems(case, stdout, problems):
+def output_problems(case, stdout, problems, as_json):
     """Compares standard output; returns the number of progress dots (None: no progress line)."""
-    if "json" in case:
+    if as_json:
         expected, actual = (json.dumps(doc, indent=1).split("\n") for doc in (case["json"], json.loads(stdout)))
         compare("JSON report", expected, actual, problems)
         return None
@@ -116,13 +117,13 @@ def output_problems(case, stdout, problems):
     return dots
 
 
-def check(case, result, record, sent=None):
+def check(case, result, record, sent=None, as_json=False):
     problems = silent_problems(case, record, sent)
     if result.returncode != case.get("exit", 0):
         problems.append(f"exit status {result.returncode}")
     stderr = [line for line in result.stderr.splitlines() if not line.startswith("lab: ")]
     compare("standard error", case.get("stderr", []), stderr, problems)
-    dots = output_problems(case, result.stdout, problems)
+    dots = output_problems(case, result.stdout, problems, as_json)
     compare("0x9000 commands", case["forceip_ex"],
             forceip_ex_lines(received(record, "forceip_ex"), problems), problems)
     compare("FORCEIP commands", case["forceip"],
@@ -137,20 +138,31 @@ def main(argv):
     args = parser.parse_args(argv)
     with open(args.case, encoding="utf-8") as f:
         case = json.load(f)
-    with tempfile.TemporaryDirectory(prefix="aic-e2e-") as work:
-        record, sent = os.path.join(work, "record.jsonl"), os.path.join(work, "sent")
-        result, total = run_lab(args.case, os.path.abspath(args.tool), case.get("args", []), record, sent)
-        sys.stdout.write(result.stderr + result.stdout)
-        if not os.path.exists(record):
-            print("FAIL: the lab wrote no record")
-            return 1
-        problems, dots = check(case, result, record, sent)
-    tool_s = total - lab_seconds(result.stderr, "up") - lab_seconds(result.stderr, "down")
-    print(f"timing: tool {tool_s:.1f} s (lab total {total:.1f} s), {dots} dots; "
-          f"fixed waits {case.get('fixed_waits', '?')}")
+    tool_args = case.get("args", [])
+    runs = []
+    if "stdout" in case:
+        runs.append((False, tool_args))
+    if "json" in case:
+        runs.append((True, tool_args if "--json" in tool_args else tool_args + ["--json"]))
+    problems = []
+    for as_json, run_args in runs:
+        problems += run_once(args.tool, args.case, case, run_args, as_json)
     for problem in problems:
         print("FAIL: " + problem)
     return 1 if problems else 0
+
+
+def run_once(tool, case_path, case, tool_args, as_json):
+    with tempfile.TemporaryDirectory(prefix="aic-e2e-") as work:
+        record, sent = os.path.join(work, "record.jsonl"), os.path.join(work, "sent")
+        result, total = run_lab(case_path, os.path.abspath(tool), tool_args, record, sent)
+        sys.stdout.write(result.stderr + result.stdout)
+        if not os.path.exists(record):
+            return ["the lab wrote no record"]
+        problems, dots = check(case, result, record, sent, as_json)
+    tool_s = total - lab_seconds(result.stderr, "up") - lab_seconds(result.stderr, "down")
+    print(f"timing: tool {tool_s:.1f} s (lab total {total:.1f} s), {dots} dots")
+    return problems
 
 
 if __name__ == "__main__":

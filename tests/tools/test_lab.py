@@ -19,7 +19,6 @@ import time
 HERE = os.path.dirname(os.path.abspath(__file__))
 REPO = os.path.dirname(os.path.dirname(HERE))
 LAB = os.path.join(REPO, "tools", "lab.py")
-SCENARIOS = os.path.join(REPO, "tools", "scenarios")
 PYTHON = "/usr/bin/python3"
 
 ETH0, CAM1 = "192.168.10.5", "172.16.0.5"
@@ -195,7 +194,7 @@ def inside():
 # --- outer half ----------------------------------------------------------------
 def lab(scenario, *extra, timeout=120, interrupt_after=None):
     """Runs the lab; returns (exit code, stdout, stderr, namespaces still present)."""
-    proc = subprocess.Popen([PYTHON, LAB, os.path.join(SCENARIOS, scenario), *extra],
+    proc = subprocess.Popen([PYTHON, LAB, os.path.join(HERE, scenario), *extra],
                             stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
     if interrupt_after:
         time.sleep(interrupt_after)

@@ -44,6 +44,9 @@ Json CameraJson(CDevice* device, CInterface* itf)
     if (assignment != nullptr) {
         camera["previous_ip"] = DottedText(assignment->nOldIP);
     }
+    if (!planned && assignment != nullptr && CIPConfigAllDevices::IsStandard()) {
+        camera["persistent"] = assignment->bPersistent;
+    }
     return camera;
 }
 

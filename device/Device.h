@@ -43,6 +43,10 @@ public:
 
     bool SetForceIPEx(char const* ip, char const* mask, char const* gateway, char const* text,
                       unsigned int ipConfig, std::string& error);
+    // Standard GigE Vision only: FORCEIP with the address, which lasts until the device restarts, then
+    // the persistent-IP registers under control privilege. `persistent` says whether they took it.
+    bool SetStandardForceIP(unsigned int ip, unsigned int mask, unsigned int gateway, bool& persistent,
+                            std::string& error);
     bool SendCustomControlCommand(FORCEIP_EX_CMD_DEF const& command) const;
     bool Reset(unsigned int value) const;
 
@@ -51,6 +55,9 @@ private:
     void __SendForceIPExCmd(char const* ip, char const* mask, char const* gateway, char const* text,
                             unsigned int ipConfig) const;
     void __SendForceIPCmd() const;
+    void __SendStaticForceIPCmd(unsigned int ip, unsigned int mask, unsigned int gateway) const;
+    bool __StorePersistentIP(unsigned int ip, unsigned int mask, unsigned int gateway) const;
+    std::string __DiagName() const;
 
     boost::recursive_mutex m_Mutex;
     [[maybe_unused]] CTL* m_pTL; // the device keeps its transport layer, though no operation reads it

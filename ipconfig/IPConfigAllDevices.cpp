@@ -24,6 +24,7 @@ std::vector<unsigned int> CIPConfigAllDevices::ms_vecUsedIP;
 std::vector<std::string> CIPConfigAllDevices::ms_vecConfigDevID;
 std::vector<IP_ASSIGNMENT> CIPConfigAllDevices::ms_vecAssignment;
 bool CIPConfigAllDevices::ms_bDryRun = false;
+bool CIPConfigAllDevices::ms_bStandard = false;
 
 bool IsIPValid(unsigned int ip)
 {
@@ -136,13 +137,24 @@ bool CIPConfigAllDevices::ConfigDevIP(const IP_CONFIG_SETTING& setting, std::vec
             return false;
         }
         const unsigned int ip = list[next++];
-        ms_vecAssignment.push_back(IP_ASSIGNMENT{device->GetDevID(), device->GetIntIP(), ip});
-        std::string error;
-        const bool sent = ms_bDryRun || device->SetForceIPEx(DottedText(ip).c_str(), setting.szSubnetMask,
-                                                             setting.szGateway, "", setting.nForceIPExValue, error);
+        ms_vecAssignment.push_back(IP_ASSIGNMENT{device->GetDevID(), device->GetIntIP(), ip, false});
+        const bool sent = ms_bDryRun || __SendAddress(device, ip, setting, ms_vecAssignment.back());
         ok = ok && sent;
     }
     return ok;
+}
+
+bool CIPConfigAllDevices::__SendAddress(CDevice* device, unsigned int ip, const IP_CONFIG_SETTING& setting,
+                                        IP_ASSIGNMENT& assignment)
+{
+    std::string error;
+    if (ms_bStandard) {
+        Cipcalc calc;
+        return device->SetStandardForceIP(ip, calc.iptolong(setting.szSubnetMask), calc.iptolong(setting.szGateway),
+                                          assignment.bPersistent, error);
+    }
+    return device->SetForceIPEx(DottedText(ip).c_str(), setting.szSubnetMask, setting.szGateway, "",
+                                setting.nForceIPExValue, error);
 }
 
 void CIPConfigAllDevices::RecordIPAssignedToDev(std::vector<unsigned int>& list)
@@ -195,6 +207,16 @@ bool CIPConfigAllDevices::IsDryRun()
 const std::vector<IP_ASSIGNMENT>& CIPConfigAllDevices::GetAssignments()
 {
     return ms_vecAssignment;
+}
+
+void CIPConfigAllDevices::SetStandard(bool standard)
+{
+    ms_bStandard = standard;
+}
+
+bool CIPConfigAllDevices::IsStandard()
+{
+    return ms_bStandard;
 }
 
 bool CIPConfigAllDevices::__GetAvailableNetCardIP(unsigned int ip, unsigned int mask, unsigned int* out)

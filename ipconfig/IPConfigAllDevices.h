@@ -28,6 +28,7 @@ struct IP_ASSIGNMENT {
     std::string strDevID;
     unsigned int nOldIP;
     unsigned int nNewIP;
+    bool bPersistent; // the standard path stored the address in the device
 };
 
 // False for 0 and for the link-local block 169.254.0.0/16.
@@ -59,6 +60,10 @@ public:
     static bool IsDryRun();
     static const std::vector<IP_ASSIGNMENT>& GetAssignments();
 
+    // Standard GigE Vision commands only, in place of the vendor's 0x9000.
+    static void SetStandard(bool standard);
+    static bool IsStandard();
+
     // First free address of a subnet, recorded as taken; the run sequence does not need it.
     bool __GetAvailableNetCardIP(unsigned int ip, unsigned int mask, unsigned int* out);
 
@@ -75,10 +80,13 @@ protected:
     static std::vector<std::string> ms_vecConfigDevID;
     static std::vector<IP_ASSIGNMENT> ms_vecAssignment;
     static bool ms_bDryRun;
+    static bool ms_bStandard;
 
 private:
     bool __IsIPUsed(unsigned int ip);
     bool __NeedsNewIP(GenICam::Client::CDevice* device);
+    bool __SendAddress(GenICam::Client::CDevice* device, unsigned int ip, const IP_CONFIG_SETTING& setting,
+                       IP_ASSIGNMENT& assignment);
     static bool __IsRecorded(unsigned int ip);
     static void __GetCandidateRange(unsigned int ip, unsigned int mask, unsigned int* first, unsigned int* last);
 };

@@ -11,7 +11,7 @@ A case file is a lab scenario (its "interfaces") plus what the run must show:
 Optional: "args" (the tool's arguments), "exit" (status, default 0), "stderr" (its lines, default
 none), "json" (the one document stdout must be, in place of "stdout"; no "dots": no progress line)
 "silent_interfaces" (host interfaces that send no frame at all and whose links receive nothing),
-"final" (each camera's registers when the lab ends: "MAC IP/MASK persistent IP/MASK/GATEWAY 0x0014 ccp")
+"final" (each camera's registers when the lab ends, by MAC: "MAC IP/MASK persistent IP/MASK/GATEWAY 0x0014 ccp N")
 and "shell" (runs in place of the tool: "$@" is the tool with "args"; $GVLAB_SIMULATORS for a power cycle).
 
 usage: run_case.py --tool PATH CASE.json
@@ -132,10 +132,10 @@ def check(case, result, record, sent=None):
     compare("FORCEIP commands", case["forceip"],
             forceip_lines(received(record, "forceip"), problems), problems)
     if "final" in case:
-        compare("registers at the end", case["final"], [
+        compare("registers at the end", case["final"], sorted(
             f"{e['camera']} {f['ip']}/{f['mask']} persistent {f['persistent_ip']}/{f['persistent_mask']}/"
             f"{f['persistent_gateway']} {f['ip_config']} ccp {f['ccp']}"
-            for e in received(record, "final") for f in [e["fields"]]], problems)
+            for e in received(record, "final") for f in [e["fields"]]), problems)
     return problems, dots
 
 

@@ -462,7 +462,7 @@ bool CDevice::__StorePersistentIP(unsigned int ip, unsigned int mask, unsigned i
             ReadRegisters(*port, &optionsReg, &options, 1);
             Helper::Diag("%s: READREG 0x0010 = 0x%08X", name.c_str(), options);
             if ((options & GVCP_IP_CONFIG_PERSISTENT) == 0) {
-                APP_THROW(GC_ERR_NOT_IMPLEMENTED, "persistent IP not supported");
+                APP_THROW_AS("__StorePersistentIP", GC_ERR_NOT_IMPLEMENTED, "persistent IP not supported");
             }
             port->SetPrivilege(DEVICE_ACCESS_CONTROL);
             Helper::Diag("%s: WRITEREG 0x0A00 = 0x2 (control taken)", name.c_str());

@@ -569,6 +569,7 @@ class Simulator:
                 self.log(req, cam, fields, None, "silent")
             else:
                 self.flood(cam, req)
+                cam.holds_control(req)  # any command of the controller is a heartbeat
                 self.log(req, cam, fields, handler(cam, req), "online")
 
     def flood(self, cam, req):

@@ -26,7 +26,7 @@ namespace {
 const unsigned int kBroadcast = 0xFFFFFFFF;
 const int kSendAttempts = 3;
 const int kReceiveAttempts = 3;
-const unsigned int kForceIPExAckWaitMs = 3000;
+const unsigned int kForceAckWaitMs = 3000;
 const char kSendLengthError[] = "CUdpComm::Send length error!";
 
 // Closes and releases a command's endpoint on every way out, exceptions included.
@@ -102,11 +102,11 @@ void ReceiveAck(FORCE_ENDPOINTS& endpoints, bool unicastToo, unsigned char* data
     const unsigned int size = sizeof(GVCP_ACK_HEADER);
     if (endpoints.tap || !unicastToo) {
         CUdpComm& endpoint = endpoints.tap ? *endpoints.tap : *endpoints.receiver;
-        endpoint.Receive(datagram, size, &sourceIp, &sourcePort, received, kForceIPExAckWaitMs);
+        endpoint.Receive(datagram, size, &sourceIp, &sourcePort, received, kForceAckWaitMs);
         return;
     }
     try {
-        endpoints.sender->Receive(datagram, size, &sourceIp, &sourcePort, received, kForceIPExAckWaitMs / 2);
+        endpoints.sender->Receive(datagram, size, &sourceIp, &sourcePort, received, kForceAckWaitMs / 2);
         return;
     } catch (CAppException& e) {
         if (e.GetErrorCode() != GC_ERR_TIMEOUT) {
@@ -114,7 +114,7 @@ void ReceiveAck(FORCE_ENDPOINTS& endpoints, bool unicastToo, unsigned char* data
         }
     }
     endpoints.receiver->Receive(datagram, size, &sourceIp, &sourcePort, received,
-                                kForceIPExAckWaitMs - kForceIPExAckWaitMs / 2);
+                                kForceAckWaitMs - kForceAckWaitMs / 2);
 }
 
 using AckDecoder = GVCP_REJECTION (*)(const uint8_t*, size_t, uint16_t, GVCP_ACK_FIELDS&);
@@ -453,6 +453,8 @@ bool CDevice::__StorePersistentIP(unsigned int ip, unsigned int mask, unsigned i
     const std::string name = __DiagName();
     CtrlPort port;
     std::string error;
+    bool asked = false;
+    bool refused = false;
     const bool controlled = Guarded(
         [&] {
             port.reset(CInstanceFactory::CreateGVCPCtrlPortIntstance(m_pInterface->GetInterfaceIP(), ip,
@@ -464,25 +466,36 @@ bool CDevice::__StorePersistentIP(unsigned int ip, unsigned int mask, unsigned i
             if ((options & GVCP_IP_CONFIG_PERSISTENT) == 0) {
                 APP_THROW_AS("__StorePersistentIP", GC_ERR_NOT_IMPLEMENTED, "persistent IP not supported");
             }
-            port->SetPrivilege(DEVICE_ACCESS_CONTROL);
+            asked = true;
+            try {
+                port->SetPrivilege(DEVICE_ACCESS_CONTROL);
+            } catch (CAppException& e) {
+                refused = e.GetErrorCode() == GC_ERR_ACCESS_DENIED;
+                throw;
+            }
             Helper::Diag("%s: WRITEREG 0x0A00 = 0x2 (control taken)", name.c_str());
         },
         error);
-    if (!controlled) {
-        Helper::Diag("%s: not stored: %s", name.c_str(), error.c_str());
-        return false;
-    }
     uint32_t wanted[kPersistentCount] = {ip, mask, gateway, 0};
-    const bool written = Guarded([&] { WritePersistent(*port, wanted, name); }, error);
+    const bool written = controlled && Guarded([&] { WritePersistent(*port, wanted, name); }, error);
     if (!written) {
         Helper::Diag("%s: not stored: %s", name.c_str(), error.c_str());
     }
-    if (Guarded([&] { port->SetPrivilege(DEVICE_ACCESS_RELEASE); }, error)) {
+    // A request that timed out may still have given us control; a refused one (0x8006) did not.
+    if (asked && !refused) {
+        __GiveControlBack(*port, name);
+    }
+    return written && ReadBackMatches(*port, wanted, name);
+}
+
+void CDevice::__GiveControlBack(CGVCPCtrlPort& port, const std::string& name) const
+{
+    std::string error;
+    if (Guarded([&] { port.SetPrivilege(DEVICE_ACCESS_RELEASE); }, error)) {
         Helper::Diag("%s: WRITEREG 0x0A00 = 0x0 (control given back)", name.c_str());
     } else {
         Helper::Diag("%s: control not given back: %s", name.c_str(), error.c_str());
     }
-    return written && ReadBackMatches(*port, wanted, name);
 }
 
 std::string CDevice::__DiagName() const

@@ -13,6 +13,7 @@ namespace Client {
 
 class CTL;
 class CInterface;
+class CGVCPCtrlPort;
 
 // A live device behind an interface; the interface owns it.
 class CDevice : public CZqObjectBase {
@@ -57,6 +58,7 @@ private:
     void __SendForceIPCmd() const;
     void __SendStaticForceIPCmd(unsigned int ip, unsigned int mask, unsigned int gateway) const;
     bool __StorePersistentIP(unsigned int ip, unsigned int mask, unsigned int gateway) const;
+    void __GiveControlBack(CGVCPCtrlPort& port, const std::string& name) const;
     std::string __DiagName() const;
 
     boost::recursive_mutex m_Mutex;

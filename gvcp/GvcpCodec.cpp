@@ -23,6 +23,15 @@ size_t WithHeader(Packet& packet, uint8_t flags, uint16_t command, size_t length
     return length;
 }
 
+// Only the header is read, and a short one is judged with zeros in place of the missing bytes.
+GVCP_REJECTION DecodeHeaderOnlyAck(const uint8_t* data, size_t size, uint16_t ack, uint16_t reqId,
+                                   GVCP_ACK_FIELDS& out)
+{
+    uint8_t header[sizeof(GVCP_ACK_HEADER)] = {0};
+    memcpy(header, data, size < sizeof(header) ? size : sizeof(header));
+    return DecodeAck(header, sizeof(header), ack, reqId, out);
+}
+
 } // namespace
 
 uint16_t GvcpSeedReqID(int random)
@@ -202,15 +211,6 @@ uint16_t DecodeWriteAck(const uint8_t* data, size_t size)
     memset(&ack, 0, sizeof(ack));
     memcpy(&ack, data, size < sizeof(ack) ? size : sizeof(ack));
     return ntohs(ack.wIndex);
-}
-
-// Only the header is read, and a short one is judged with zeros in place of the missing bytes.
-static GVCP_REJECTION DecodeHeaderOnlyAck(const uint8_t* data, size_t size, uint16_t ack, uint16_t reqId,
-                                          GVCP_ACK_FIELDS& out)
-{
-    uint8_t header[sizeof(GVCP_ACK_HEADER)] = {0};
-    memcpy(header, data, size < sizeof(header) ? size : sizeof(header));
-    return DecodeAck(header, sizeof(header), ack, reqId, out);
 }
 
 GVCP_REJECTION DecodeForceIPExAck(const uint8_t* data, size_t size, uint16_t reqId, GVCP_ACK_FIELDS& out)

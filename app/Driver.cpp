@@ -41,11 +41,17 @@ void PrintSummary(const std::vector<std::string>& names, const char* ending)
 // A dry run shows the plan where the run would show whether the camera is reachable.
 std::string CameraEnding(const CDevice* device)
 {
-    const IP_ASSIGNMENT* assignment = CIPConfigAllDevices::IsDryRun() ? FindAssignment(device) : nullptr;
-    if (assignment != nullptr) {
+    const IP_ASSIGNMENT* assignment = FindAssignment(device);
+    if (assignment != nullptr && CIPConfigAllDevices::IsDryRun()) {
         return " would get " + DottedText(assignment->nNewIP);
     }
-    return device->IsSameSubnetWithIF() ? " available!" : " not available!";
+    if (!device->IsSameSubnetWithIF()) {
+        return " not available!";
+    }
+    // Only a standard FORCEIP whose address the device did not store is lost when it restarts.
+    const bool untilRestart = CIPConfigAllDevices::IsStandard() && assignment != nullptr &&
+                              device->GetIntIP() == assignment->nNewIP && !assignment->bPersistent;
+    return untilRestart ? " available! (until restart)" : " available!";
 }
 
 } // namespace

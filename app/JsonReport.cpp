@@ -145,6 +145,9 @@ Json CameraJson(CDevice* device, CInterface* itf)
     if (!reason.empty()) {
         camera["reason"] = reason;
     }
+    if (!planned && assignment != nullptr && CIPConfigAllDevices::IsStandard()) {
+        camera["persistent"] = assignment->bPersistent;
+    }
     return camera;
 }
 

@@ -1,5 +1,6 @@
 #include "device/Device.h"
 
+#include "common/Diagnostics.h"
 #include "common/ErrorCodes.h"
 #include "common/Exception.h"
 #include "common/Helper.h"
@@ -8,9 +9,11 @@
 #include "common/ipcalc.h"
 #include "device/ARP.h"
 #include "device/Interface.h"
+#include "gvcp/GVCPCtrlPort.h"
 #include "gvcp/GvcpCodec.h"
 #include "gvcp/LinkTap.h"
 
+#include <algorithm>
 #include <cstring>
 #include <exception>
 #include <memory>
@@ -23,7 +26,7 @@ namespace {
 const unsigned int kBroadcast = 0xFFFFFFFF;
 const int kSendAttempts = 3;
 const int kReceiveAttempts = 3;
-const unsigned int kForceIPExAckWaitMs = 3000;
+const unsigned int kForceAckWaitMs = 3000;
 const char kSendLengthError[] = "CUdpComm::Send length error!";
 
 // Closes and releases a command's endpoint on every way out, exceptions included.
@@ -71,17 +74,61 @@ bool SendWhole(CUdpComm& endpoint, void* packet, unsigned int length)
     return false;
 }
 
+// The endpoints of one acknowledged force-IP on one local port. With the raw-network right the acknowledge is
+// read at link level alone: a device still at a foreign address broadcasts it from there, and reverse-path
+// filtering drops it before any UDP socket.
+struct FORCE_ENDPOINTS {
+    UdpEndpoint receiver; // wildcard: broadcasts
+    UdpEndpoint sender;   // interface address: also unicasts to it
+    UdpEndpoint tap;
+};
+
+FORCE_ENDPOINTS OpenForceEndpoints(CInterface& itf, int port)
+{
+    const unsigned int interfaceIP = itf.GetInterfaceIP();
+    FORCE_ENDPOINTS endpoints;
+    endpoints.receiver = OpenEndpoint(interfaceIP, port, true);
+    endpoints.sender = OpenEndpoint(interfaceIP, port, false);
+    endpoints.tap.reset(OpenLinkTap(itf.GetInterfaceDescription(), interfaceIP, port));
+    return endpoints;
+}
+
+// A device that took the new address may answer by unicast, which only the interface-bound endpoint gets;
+// without a tap such an answer is looked for in the first half of the wait.
+void ReceiveAck(FORCE_ENDPOINTS& endpoints, bool unicastToo, unsigned char* datagram, unsigned int* received)
+{
+    unsigned int sourceIp = 0;
+    unsigned int sourcePort = 0;
+    const unsigned int size = sizeof(GVCP_ACK_HEADER);
+    if (endpoints.tap || !unicastToo) {
+        CUdpComm& endpoint = endpoints.tap ? *endpoints.tap : *endpoints.receiver;
+        endpoint.Receive(datagram, size, &sourceIp, &sourcePort, received, kForceAckWaitMs);
+        return;
+    }
+    try {
+        endpoints.sender->Receive(datagram, size, &sourceIp, &sourcePort, received, kForceAckWaitMs / 2);
+        return;
+    } catch (CAppException& e) {
+        if (e.GetErrorCode() != GC_ERR_TIMEOUT) {
+            throw;
+        }
+    }
+    endpoints.receiver->Receive(datagram, size, &sourceIp, &sourcePort, received,
+                                kForceAckWaitMs - kForceAckWaitMs / 2);
+}
+
+using AckDecoder = GVCP_REJECTION (*)(const uint8_t*, size_t, uint16_t, GVCP_ACK_FIELDS&);
+
 // Reads acknowledge headers until one accepts or refuses; a time-out raises from Receive.
-bool AwaitForceIPExAck(CUdpComm& endpoint, uint16_t reqID, std::string& error, uint16_t& refusal)
+bool AwaitForceAck(FORCE_ENDPOINTS& endpoints, bool unicastToo, AckDecoder decode, uint16_t reqID,
+                   const char* operation, std::string& error, uint16_t& refusal)
 {
     for (int attempt = 0; attempt < kReceiveAttempts; ++attempt) {
         unsigned char datagram[sizeof(GVCP_ACK_HEADER)];
-        unsigned int sourceIp = 0;
-        unsigned int sourcePort = 0;
         unsigned int received = 0;
-        endpoint.Receive(datagram, sizeof(datagram), &sourceIp, &sourcePort, &received, kForceIPExAckWaitMs);
+        ReceiveAck(endpoints, unicastToo, datagram, &received);
         GVCP_ACK_FIELDS ack;
-        if (DecodeForceIPExAck(datagram, received, reqID, ack) != GVCP_ACCEPTED) {
+        if (decode(datagram, received, reqID, ack) != GVCP_ACCEPTED) {
             error = "ACK error!";
             continue;
         }
@@ -94,10 +141,106 @@ bool AwaitForceIPExAck(CUdpComm& endpoint, uint16_t reqID, std::string& error, u
             error = "IP Configuration is forbidden to set to device!";
             return false;
         }
-        error = Helper::MsgComposer("{App}{%s:line[%d]}{ACK Status = 0x%x!}", "__SendForceIPExCmd", __LINE__,
+        error = Helper::MsgComposer("{App}{%s:line[%d]}{ACK Status = 0x%x!}", operation, __LINE__,
                                     static_cast<unsigned int>(status));
     }
     return false;
+}
+
+// Three sends at most; the first whole one is followed by the acknowledge wait, which decides.
+bool BroadcastAwaitingAck(FORCE_ENDPOINTS& endpoints, bool unicastToo, void* packet, unsigned int length,
+                          AckDecoder decode, uint16_t reqID, const char* operation, std::string& error,
+                          uint16_t& refusal)
+{
+    for (int attempt = 0; attempt < kSendAttempts; ++attempt) {
+        unsigned int sent = 0;
+        endpoints.sender->Send(static_cast<unsigned char*>(packet), length, kBroadcast, GVCP_PORT, &sent);
+        if (sent < length) {
+            error = kSendLengthError;
+            continue;
+        }
+        return AwaitForceAck(endpoints, unicastToo, decode, reqID, operation, error, refusal);
+    }
+    return false;
+}
+
+// Runs one command, turning whatever it raises into false and a text.
+template <typename Command>
+bool Guarded(Command command, std::string& error)
+{
+    try {
+        command();
+        return true;
+    } catch (CAppException& e) {
+        error = e.what();
+    } catch (std::exception& e) {
+        error = e.what();
+    } catch (...) {
+        error = "Unexpected error!";
+    }
+    return false;
+}
+
+struct CtrlPortRelease {
+    void operator()(CGVCPCtrlPort* port) const { CInstanceFactory::DestoryGVCPCtrlPortIntstance(port); }
+};
+using CtrlPort = std::unique_ptr<CGVCPCtrlPort, CtrlPortRelease>;
+
+const unsigned long kPersistentRegs[] = {GVCP_REG_PERSISTENT_IP, GVCP_REG_PERSISTENT_MASK,
+                                         GVCP_REG_PERSISTENT_GATEWAY, GVCP_REG_IP_CONFIG_CURRENT};
+const unsigned long kPersistentCount = sizeof(kPersistentRegs) / sizeof(kPersistentRegs[0]);
+
+// Register words in host order; the port carries them in network order.
+void ReadRegisters(CGVCPCtrlPort& port, const unsigned long* addrs, uint32_t* values, unsigned long count)
+{
+    unsigned int words[kPersistentCount] = {0};
+    unsigned long got = count;
+    port.ReadRegList(const_cast<unsigned long*>(addrs), words, &got);
+    if (got != count) {
+        APP_THROW(GC_ERR_ERROR, Helper::MsgComposer("%lu of %lu registers read", got, count));
+    }
+    for (unsigned long i = 0; i < count; ++i) {
+        values[i] = ntohl(words[i]);
+    }
+}
+
+void WriteRegisters(CGVCPCtrlPort& port, const unsigned long* addrs, const uint32_t* values, unsigned long count)
+{
+    unsigned int words[kPersistentCount] = {0};
+    for (unsigned long i = 0; i < count; ++i) {
+        words[i] = htonl(values[i]);
+    }
+    unsigned long written = count;
+    port.WriteRegList(const_cast<unsigned long*>(addrs), words, &written);
+}
+
+// Address, mask and gateway, then the persistent-IP bit set in 0x0014 with every other bit kept, so a
+// device with link-local on still boots reachable if it loses the address. Fills in the 0x0014 it wrote.
+void WritePersistent(CGVCPCtrlPort& port, uint32_t* wanted, const std::string& name)
+{
+    WriteRegisters(port, kPersistentRegs, wanted, 3);
+    Helper::Diag("%s: WRITEREG 0x064C = %s, 0x065C = %s, 0x066C = %s", name.c_str(), DottedText(wanted[0]).c_str(),
+                 DottedText(wanted[1]).c_str(), DottedText(wanted[2]).c_str());
+    uint32_t config = 0;
+    ReadRegisters(port, kPersistentRegs + 3, &config, 1);
+    wanted[3] = config | GVCP_IP_CONFIG_PERSISTENT;
+    WriteRegisters(port, kPersistentRegs + 3, wanted + 3, 1);
+    Helper::Diag("%s: READREG 0x0014 = 0x%08X, WRITEREG 0x0014 = 0x%08X", name.c_str(), config, wanted[3]);
+}
+
+bool ReadBackMatches(CGVCPCtrlPort& port, const uint32_t* wanted, const std::string& name)
+{
+    uint32_t got[kPersistentCount] = {0};
+    std::string error;
+    if (!Guarded([&] { ReadRegisters(port, kPersistentRegs, got, kPersistentCount); }, error)) {
+        Helper::Diag("%s: read-back failed: %s", name.c_str(), error.c_str());
+        return false;
+    }
+    const bool same = std::equal(got, got + kPersistentCount, wanted);
+    Helper::Diag("%s: read back 0x064C = %s, 0x065C = %s, 0x066C = %s, 0x0014 = 0x%08X: %s", name.c_str(),
+                 DottedText(got[0]).c_str(), DottedText(got[1]).c_str(), DottedText(got[2]).c_str(), got[3],
+                 same ? "as written" : "differs");
+    return same;
 }
 
 } // namespace
@@ -229,18 +372,36 @@ bool CDevice::SetForceIPEx(char const* ip, char const* mask, char const* gateway
         return false;
     }
     m_nForceIPExStatus = 0;
-    try {
-        __SendForceIPExCmd(ip, mask, gateway, text, ipConfig);
-        __SendForceIPCmd();
-        return true;
-    } catch (CAppException& e) {
-        error = e.what();
-    } catch (std::exception& e) {
-        error = e.what();
-    } catch (...) {
-        error = "Unexpected error!";
+    const bool ok = Guarded(
+        [&] {
+            __SendForceIPExCmd(ip, mask, gateway, text, ipConfig);
+            Helper::Diag("%s: 0x9000 %s/%s acknowledged", __DiagName().c_str(), ip, mask);
+            __SendForceIPCmd();
+            Helper::Diag("%s: FORCEIP 0.0.0.0 sent (restarts its IP configuration)", __DiagName().c_str());
+        },
+        error);
+    if (!ok) {
+        Helper::Diag("%s: 0x9000 %s/%s not taken: %s", __DiagName().c_str(), ip, mask, error.c_str());
     }
-    return false;
+    return ok;
+}
+
+bool CDevice::SetStandardForceIP(unsigned int ip, unsigned int mask, unsigned int gateway, bool& persistent,
+                                 std::string& error)
+{
+    persistent = false;
+    m_nForceIPExStatus = 0;
+    const std::string name = __DiagName();
+    if (!Guarded([&] { __SendStaticForceIPCmd(ip, mask, gateway); }, error)) {
+        Helper::Diag("%s: FORCEIP %s/%s not taken: %s", name.c_str(), DottedText(ip).c_str(),
+                     DottedText(mask).c_str(), error.c_str());
+        return false;
+    }
+    Helper::Diag("%s: FORCEIP %s/%s acknowledged (valid until it restarts)", name.c_str(), DottedText(ip).c_str(),
+                 DottedText(mask).c_str());
+    persistent = __StorePersistentIP(ip, mask, gateway);
+    Helper::Diag("%s: address %s", name.c_str(), persistent ? "stored" : "kept until restart");
+    return true;
 }
 
 void CDevice::__SendForceIPExCmd(char const* ip, char const* mask, char const* gateway, char const* text,
@@ -255,26 +416,11 @@ void CDevice::__SendForceIPExCmd(char const* ip, char const* mask, char const* g
     memcpy(fields.szText, text, strnlen(text, sizeof(fields.szText)));
     FORCEIP_EX_CMD_DEF command = EncodeForceIPExCmd(fields);
 
-    const unsigned int interfaceIP = m_pInterface->GetInterfaceIP();
-    // Devices answer by broadcast, so the acknowledge is read on the wildcard endpoint.
-    UdpEndpoint receiver = OpenEndpoint(interfaceIP, GVCP_FORCEIP_EX_PORT_LOCAL, true);
-    UdpEndpoint sender = OpenEndpoint(interfaceIP, GVCP_FORCEIP_EX_PORT_LOCAL, false);
-    // With the raw-network right the acknowledge is read at link level alone: a device still at a foreign
-    // address broadcasts it from there, and reverse-path filtering drops it before any UDP socket.
-    UdpEndpoint tap(OpenLinkTap(m_pInterface->GetInterfaceDescription(), interfaceIP, GVCP_FORCEIP_EX_PORT_LOCAL));
+    // Devices answer by broadcast, so without a tap the acknowledge is read on the wildcard endpoint.
+    FORCE_ENDPOINTS endpoints = OpenForceEndpoints(*m_pInterface, GVCP_FORCEIP_EX_PORT_LOCAL);
     std::string error;
-    bool accepted = false;
-    for (int attempt = 0; attempt < kSendAttempts; ++attempt) {
-        unsigned int sent = 0;
-        sender->Send(reinterpret_cast<unsigned char*>(&command), sizeof(command), kBroadcast, GVCP_PORT, &sent);
-        if (sent < sizeof(command)) {
-            error = kSendLengthError;
-            continue;
-        }
-        accepted = AwaitForceIPExAck(tap ? *tap : *receiver, fields.nReqID, error, m_nForceIPExStatus);
-        break;
-    }
-    if (!accepted) {
+    if (!BroadcastAwaitingAck(endpoints, false, &command, sizeof(command), DecodeForceIPExAck, fields.nReqID,
+                              "__SendForceIPExCmd", error, m_nForceIPExStatus)) {
         APP_THROW(GC_ERR_ERROR, error);
     }
 }
@@ -293,6 +439,77 @@ void CDevice::__SendForceIPCmd() const
 uint16_t CDevice::GetForceIPExStatus() const
 {
     return m_nForceIPExStatus;
+}
+
+void CDevice::__SendStaticForceIPCmd(unsigned int ip, unsigned int mask, unsigned int gateway) const
+{
+    unsigned char mac[6];
+    m_pDeviceInfo->GetHexMAC(mac);
+    const uint16_t reqID = TickReqID();
+    FORCEIP_CMD command = EncodeStaticForceIPCmd(mac, ip, mask, gateway, reqID);
+    FORCE_ENDPOINTS endpoints = OpenForceEndpoints(*m_pInterface, GVCP_FORCEIP_PORT_LOCAL);
+    std::string error;
+    if (!BroadcastAwaitingAck(endpoints, true, &command, sizeof(command), DecodeForceIPAck, reqID,
+                              "__SendStaticForceIPCmd", error, m_nForceIPExStatus)) {
+        APP_THROW(GC_ERR_ERROR, error);
+    }
+}
+
+// Control privilege belongs to the address and port that took it, so the whole transaction goes through one
+// port, and control is given back on every way out once taken. False leaves the address valid until restart.
+bool CDevice::__StorePersistentIP(unsigned int ip, unsigned int mask, unsigned int gateway) const
+{
+    const std::string name = __DiagName();
+    CtrlPort port;
+    std::string error;
+    bool asked = false;
+    bool refused = false;
+    const bool controlled = Guarded(
+        [&] {
+            port.reset(CInstanceFactory::CreateGVCPCtrlPortIntstance(m_pInterface->GetInterfaceIP(), ip,
+                                                                     m_pInterface->GetInterfaceDescription()));
+            const unsigned long optionsReg = GVCP_REG_IP_CONFIG_OPTIONS;
+            uint32_t options = 0;
+            ReadRegisters(*port, &optionsReg, &options, 1);
+            Helper::Diag("%s: READREG 0x0010 = 0x%08X", name.c_str(), options);
+            if ((options & GVCP_IP_CONFIG_PERSISTENT) == 0) {
+                APP_THROW_AS("__StorePersistentIP", GC_ERR_NOT_IMPLEMENTED, "persistent IP not supported");
+            }
+            asked = true;
+            try {
+                port->SetPrivilege(DEVICE_ACCESS_CONTROL);
+            } catch (CAppException& e) {
+                refused = e.GetErrorCode() == GC_ERR_ACCESS_DENIED;
+                throw;
+            }
+            Helper::Diag("%s: WRITEREG 0x0A00 = 0x2 (control taken)", name.c_str());
+        },
+        error);
+    uint32_t wanted[kPersistentCount] = {ip, mask, gateway, 0};
+    const bool written = controlled && Guarded([&] { WritePersistent(*port, wanted, name); }, error);
+    if (!written) {
+        Helper::Diag("%s: not stored: %s", name.c_str(), error.c_str());
+    }
+    // A request that timed out may still have given us control; a refused one (0x8006) did not.
+    if (asked && !refused) {
+        __GiveControlBack(*port, name);
+    }
+    return written && ReadBackMatches(*port, wanted, name);
+}
+
+void CDevice::__GiveControlBack(CGVCPCtrlPort& port, const std::string& name) const
+{
+    std::string error;
+    if (Guarded([&] { port.SetPrivilege(DEVICE_ACCESS_RELEASE); }, error)) {
+        Helper::Diag("%s: WRITEREG 0x0A00 = 0x0 (control given back)", name.c_str());
+    } else {
+        Helper::Diag("%s: control not given back: %s", name.c_str(), error.c_str());
+    }
+}
+
+std::string CDevice::__DiagName() const
+{
+    return m_pInterface->GetInterfaceDescription() + ": camera " + m_pDeviceInfo->GetStrMAC();
 }
 
 bool CDevice::SendCustomControlCommand(FORCEIP_EX_CMD_DEF const& command) const

@@ -14,6 +14,7 @@ namespace Client {
 
 class CTL;
 class CInterface;
+class CGVCPCtrlPort;
 
 // A live device behind an interface; the interface owns it.
 class CDevice : public CZqObjectBase {
@@ -44,7 +45,11 @@ public:
 
     bool SetForceIPEx(char const* ip, char const* mask, char const* gateway, char const* text,
                       unsigned int ipConfig, std::string& error);
-    // The last non-zero status the device acknowledged the last SetForceIPEx with; 0 when none came.
+    // Standard GigE Vision only: FORCEIP with the address, which lasts until the device restarts, then
+    // the persistent-IP registers under control privilege. `persistent` says whether they took it.
+    bool SetStandardForceIP(unsigned int ip, unsigned int mask, unsigned int gateway, bool& persistent,
+                            std::string& error);
+    // The last non-zero status the device acknowledged the last force-IP with; 0 when none came.
     uint16_t GetForceIPExStatus() const;
     bool SendCustomControlCommand(FORCEIP_EX_CMD_DEF const& command) const;
     bool Reset(unsigned int value) const;
@@ -54,6 +59,10 @@ private:
     void __SendForceIPExCmd(char const* ip, char const* mask, char const* gateway, char const* text,
                             unsigned int ipConfig) const;
     void __SendForceIPCmd() const;
+    void __SendStaticForceIPCmd(unsigned int ip, unsigned int mask, unsigned int gateway) const;
+    bool __StorePersistentIP(unsigned int ip, unsigned int mask, unsigned int gateway) const;
+    void __GiveControlBack(CGVCPCtrlPort& port, const std::string& name) const;
+    std::string __DiagName() const;
 
     boost::recursive_mutex m_Mutex;
     [[maybe_unused]] CTL* m_pTL; // the device keeps its transport layer, though no operation reads it

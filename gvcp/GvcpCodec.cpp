@@ -23,6 +23,15 @@ size_t WithHeader(Packet& packet, uint8_t flags, uint16_t command, size_t length
     return length;
 }
 
+// Only the header is read, and a short one is judged with zeros in place of the missing bytes.
+GVCP_REJECTION DecodeHeaderOnlyAck(const uint8_t* data, size_t size, uint16_t ack, uint16_t reqId,
+                                   GVCP_ACK_FIELDS& out)
+{
+    uint8_t header[sizeof(GVCP_ACK_HEADER)] = {0};
+    memcpy(header, data, size < sizeof(header) ? size : sizeof(header));
+    return DecodeAck(header, sizeof(header), ack, reqId, out);
+}
+
 } // namespace
 
 uint16_t GvcpSeedReqID(int random)
@@ -91,6 +100,16 @@ FORCEIP_CMD EncodeForceIPCmd(const uint8_t* mac, uint16_t reqId)
     memset(&command, 0, sizeof(command));
     WithHeader(command, GVCP_FLAG_ACK_REQUIRED, GVCP_FORCEIP_CMD, sizeof(command), reqId);
     memcpy(command.aMAC, mac, sizeof(command.aMAC));
+    return command;
+}
+
+FORCEIP_CMD EncodeStaticForceIPCmd(const uint8_t* mac, uint32_t ip, uint32_t mask, uint32_t gateway, uint16_t reqId)
+{
+    FORCEIP_CMD command = EncodeForceIPCmd(mac, reqId);
+    command.stHeader.cFlag = GVCP_FLAG_ACK_REQUIRED | GVCP_FLAG_BROADCAST_ACK;
+    command.dwStaticIP = htonl(ip);
+    command.dwStaticSubnetMask = htonl(mask);
+    command.dwStaticGateway = htonl(gateway);
     return command;
 }
 
@@ -194,12 +213,14 @@ uint16_t DecodeWriteAck(const uint8_t* data, size_t size)
     return ntohs(ack.wIndex);
 }
 
-// Only the header is read, and a short one is judged with zeros in place of the missing bytes.
 GVCP_REJECTION DecodeForceIPExAck(const uint8_t* data, size_t size, uint16_t reqId, GVCP_ACK_FIELDS& out)
 {
-    uint8_t header[sizeof(GVCP_ACK_HEADER)] = {0};
-    memcpy(header, data, size < sizeof(header) ? size : sizeof(header));
-    return DecodeAck(header, sizeof(header), GVCP_FORCEIP_EX_ACK, reqId, out);
+    return DecodeHeaderOnlyAck(data, size, GVCP_FORCEIP_EX_ACK, reqId, out);
+}
+
+GVCP_REJECTION DecodeForceIPAck(const uint8_t* data, size_t size, uint16_t reqId, GVCP_ACK_FIELDS& out)
+{
+    return DecodeHeaderOnlyAck(data, size, GVCP_FORCEIP_ACK, reqId, out);
 }
 
 } // namespace Client

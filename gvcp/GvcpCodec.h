@@ -72,6 +72,8 @@ size_t EncodeWriteRegCmd(uint8_t* out, const uint32_t* addrs, const uint32_t* va
 size_t EncodeReadMemCmd(uint8_t* out, uint32_t addr, uint16_t count, uint16_t reqId);
 size_t EncodeWriteMemCmd(uint8_t* out, uint32_t addr, const uint8_t* data, size_t count, uint16_t reqId);
 FORCEIP_CMD EncodeForceIPCmd(const uint8_t* mac, uint16_t reqId);
+// FORCEIP that carries an address: acknowledged, by broadcast while the device is elsewhere.
+FORCEIP_CMD EncodeStaticForceIPCmd(const uint8_t* mac, uint32_t ip, uint32_t mask, uint32_t gateway, uint16_t reqId);
 FORCEIP_EX_CMD_DEF EncodeForceIPExCmd(const FORCEIP_EX_FIELDS& fields);
 FORCEIP_EX_FIELDS DecodeForceIPExCmd(const FORCEIP_EX_CMD_DEF& command);
 
@@ -84,6 +86,7 @@ size_t DecodeReadRegAck(const uint8_t* data, size_t size, uint32_t* networkOrder
 size_t DecodeReadMemAck(const uint8_t* data, size_t size, const uint8_t** payload);
 uint16_t DecodeWriteAck(const uint8_t* data, size_t size);
 GVCP_REJECTION DecodeForceIPExAck(const uint8_t* data, size_t size, uint16_t reqId, GVCP_ACK_FIELDS& out);
+GVCP_REJECTION DecodeForceIPAck(const uint8_t* data, size_t size, uint16_t reqId, GVCP_ACK_FIELDS& out);
 
 } // namespace Client
 } // namespace GenICam

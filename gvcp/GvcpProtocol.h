@@ -47,6 +47,16 @@ enum : unsigned int {
     GVCP_REG_CCP = 0x0A00,
 };
 
+// Bootstrap registers and bits of the standard way to keep an address across restarts.
+enum : uint32_t {
+    GVCP_REG_IP_CONFIG_OPTIONS = 0x0010,
+    GVCP_REG_IP_CONFIG_CURRENT = 0x0014,
+    GVCP_REG_PERSISTENT_IP = 0x064C,
+    GVCP_REG_PERSISTENT_MASK = 0x065C,
+    GVCP_REG_PERSISTENT_GATEWAY = 0x066C,
+    GVCP_IP_CONFIG_PERSISTENT = 0x1,
+};
+
 enum : uint16_t {
     GVCP_STATUS_SUCCESS = 0x0000,
     GVCP_STATUS_NOT_IMPLEMENTED = 0x8001,

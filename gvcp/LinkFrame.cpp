@@ -1,6 +1,5 @@
 #include "gvcp/LinkFrame.h"
 
-#include "gvcp/GvcpProtocol.h"
 
 #include <arpa/inet.h>
 #include <cstddef>
@@ -80,7 +79,7 @@ LINK_FRAME_ERROR DecodeUdpFrame(const uint8_t* frame, size_t length, LINK_UDP_DA
 
 std::vector<sock_filter> BuildAckFilter(uint32_t interfaceIP, uint32_t subnetBroadcast, uint16_t localPort)
 {
-    enum : unsigned { kPorts = 13, kDrop = 19 };
+    enum : unsigned { kPorts = 13, kDrop = 17 };
     return {
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, static_cast<uint32_t>(SKF_AD_OFF + SKF_AD_PKTTYPE)), // 0 packet type
         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, PACKET_OUTGOING, Skip(1, kDrop), 0),       // 1 sent by us
@@ -96,12 +95,10 @@ std::vector<sock_filter> BuildAckFilter(uint32_t interfaceIP, uint32_t subnetBro
         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, subnetBroadcast, Skip(11, kPorts), 0),     // 11 subnet broadcast
         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0xFFFFFFFF, 0, Skip(12, kDrop)),           // 12 limited broadcast
         BPF_STMT(BPF_LDX | BPF_B | BPF_MSH, offsetof(IPV4_HEADER, cVersionIHL)),         // 13 X = header length
-        BPF_STMT(BPF_LD | BPF_H | BPF_IND, offsetof(UDP_HEADER, wSourcePort)),           // 14
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, GVCP_PORT, 0, Skip(15, kDrop)),            // 15 from a device
-        BPF_STMT(BPF_LD | BPF_H | BPF_IND, offsetof(UDP_HEADER, wDestinationPort)),      // 16
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, localPort, 0, Skip(17, kDrop)),            // 17 to our port
-        BPF_STMT(BPF_RET | BPF_K, 0xFFFF),                                               // 18 keep whole frame
-        BPF_STMT(BPF_RET | BPF_K, 0),                                                    // 19 drop
+        BPF_STMT(BPF_LD | BPF_H | BPF_IND, offsetof(UDP_HEADER, wDestinationPort)),      // 14 any source port,
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, localPort, 0, Skip(15, kDrop)),            // 15 as UDP takes it
+        BPF_STMT(BPF_RET | BPF_K, 0xFFFF),                                               // 16 keep whole frame
+        BPF_STMT(BPF_RET | BPF_K, 0),                                                    // 17 drop
     };
 }
 

@@ -60,8 +60,8 @@ struct LINK_UDP_DATAGRAM {
 // Reads the UDP datagram of an unfragmented IPv4 frame; link padding past the total length is ignored.
 LINK_FRAME_ERROR DecodeUdpFrame(const uint8_t* frame, size_t length, LINK_UDP_DATAGRAM& datagram);
 
-// Kernel filter for a link-level socket: GVCP acknowledges (source port 3956) to `localPort`, addressed to
-// `interfaceIP`, `subnetBroadcast` or 255.255.255.255, not sent by this host. Addresses in host order.
+// Kernel filter for a link-level socket: UDP to `localPort` from any source port (as the UDP endpoints take
+// it), addressed to `interfaceIP`, `subnetBroadcast` or 255.255.255.255, not sent by this host. Host order.
 std::vector<sock_filter> BuildAckFilter(uint32_t interfaceIP, uint32_t subnetBroadcast, uint16_t localPort);
 
 } // namespace Client

@@ -25,6 +25,7 @@ std::vector<std::string> CIPConfigAllDevices::ms_vecConfigDevID;
 std::vector<IP_ASSIGNMENT> CIPConfigAllDevices::ms_vecAssignment;
 std::vector<IP_ASSIGNMENT> CIPConfigAllDevices::ms_vecUnassigned;
 bool CIPConfigAllDevices::ms_bDryRun = false;
+bool CIPConfigAllDevices::ms_bStandard = false;
 
 bool IsIPValid(unsigned int ip)
 {
@@ -137,10 +138,10 @@ bool CIPConfigAllDevices::ConfigDevIP(const IP_CONFIG_SETTING& setting, std::vec
             return false;
         }
         const unsigned int ip = list[next++];
-        IP_ASSIGNMENT assignment{device->GetDevID(), device->GetIntIP(), ip, IP_OUTCOME_PLANNED, 0, std::string()};
+        IP_ASSIGNMENT assignment{device->GetDevID(), device->GetIntIP(), ip, IP_OUTCOME_PLANNED, 0, std::string(),
+                                 false};
         if (!ms_bDryRun) {
-            const bool sent = device->SetForceIPEx(DottedText(ip).c_str(), setting.szSubnetMask, setting.szGateway,
-                                                   "", setting.nForceIPExValue, assignment.strError);
+            const bool sent = __SendAddress(device, ip, setting, assignment);
             assignment.nOutcome = sent ? IP_OUTCOME_SENT : IP_OUTCOME_FAILED;
             assignment.nStatus = device->GetForceIPExStatus();
             ok = ok && sent;
@@ -148,6 +149,18 @@ bool CIPConfigAllDevices::ConfigDevIP(const IP_CONFIG_SETTING& setting, std::vec
         ms_vecAssignment.push_back(assignment);
     }
     return ok;
+}
+
+bool CIPConfigAllDevices::__SendAddress(CDevice* device, unsigned int ip, const IP_CONFIG_SETTING& setting,
+                                        IP_ASSIGNMENT& assignment)
+{
+    if (ms_bStandard) {
+        Cipcalc calc;
+        return device->SetStandardForceIP(ip, calc.iptolong(setting.szSubnetMask), calc.iptolong(setting.szGateway),
+                                          assignment.bPersistent, assignment.strError);
+    }
+    return device->SetForceIPEx(DottedText(ip).c_str(), setting.szSubnetMask, setting.szGateway, "",
+                                setting.nForceIPExValue, assignment.strError);
 }
 
 void CIPConfigAllDevices::RecordIPAssignedToDev(std::vector<unsigned int>& list)
@@ -160,7 +173,7 @@ void CIPConfigAllDevices::RecordNoAddress(const std::vector<CDevice*>& devices)
     for (CDevice* device : devices) {
         if (device != nullptr) {
             ms_vecUnassigned.push_back(
-                IP_ASSIGNMENT{device->GetDevID(), device->GetIntIP(), 0, IP_OUTCOME_NO_ADDRESS, 0, std::string()});
+                IP_ASSIGNMENT{device->GetDevID(), device->GetIntIP(), 0, IP_OUTCOME_NO_ADDRESS, 0, std::string(), false});
         }
     }
 }
@@ -216,6 +229,16 @@ const std::vector<IP_ASSIGNMENT>& CIPConfigAllDevices::GetAssignments()
 const std::vector<IP_ASSIGNMENT>& CIPConfigAllDevices::GetUnassigned()
 {
     return ms_vecUnassigned;
+}
+
+void CIPConfigAllDevices::SetStandard(bool standard)
+{
+    ms_bStandard = standard;
+}
+
+bool CIPConfigAllDevices::IsStandard()
+{
+    return ms_bStandard;
 }
 
 bool CIPConfigAllDevices::__GetAvailableNetCardIP(unsigned int ip, unsigned int mask, unsigned int* out)

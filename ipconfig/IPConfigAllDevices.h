@@ -40,6 +40,7 @@ struct IP_ASSIGNMENT {
     IP_OUTCOME nOutcome;
     uint16_t nStatus;      // the device's refusing GVCP status; 0 when it sent none
     std::string strError;  // the force-IP's error text
+    bool bPersistent;      // the standard path stored the address in the device
 };
 
 // False for 0 and for the link-local block 169.254.0.0/16.
@@ -74,6 +75,10 @@ public:
     // Devices selected on an interface without enough free addresses, so given none.
     static const std::vector<IP_ASSIGNMENT>& GetUnassigned();
 
+    // Standard GigE Vision commands only, in place of the vendor's 0x9000.
+    static void SetStandard(bool standard);
+    static bool IsStandard();
+
     // First free address of a subnet, recorded as taken; the run sequence does not need it.
     bool __GetAvailableNetCardIP(unsigned int ip, unsigned int mask, unsigned int* out);
 
@@ -91,10 +96,13 @@ protected:
     static std::vector<IP_ASSIGNMENT> ms_vecAssignment;
     static std::vector<IP_ASSIGNMENT> ms_vecUnassigned;
     static bool ms_bDryRun;
+    static bool ms_bStandard;
 
 private:
     bool __IsIPUsed(unsigned int ip);
     bool __NeedsNewIP(GenICam::Client::CDevice* device);
+    bool __SendAddress(GenICam::Client::CDevice* device, unsigned int ip, const IP_CONFIG_SETTING& setting,
+                       IP_ASSIGNMENT& assignment);
     static bool __IsRecorded(unsigned int ip);
     static void __GetCandidateRange(unsigned int ip, unsigned int mask, unsigned int* first, unsigned int* last);
 };

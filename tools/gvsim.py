@@ -60,6 +60,7 @@ STATUS_INVALID_PARAMETER = 0x8002
 STATUS_INVALID_ADDRESS = 0x8003
 STATUS_WRITE_PROTECT = 0x8004
 STATUS_BAD_ALIGNMENT = 0x8005
+STATUS_ACCESS_DENIED = 0x8006
 MAX_MEM_BLOCK = 536
 
 # --- bootstrap register map ---------------------------------------------------
@@ -78,6 +79,7 @@ TEXT_REGS = {  # address: (attribute, width)
 }
 REG_USER_NAME = 0x00E8
 REG_NUM_INTERFACES = 0x0600
+REG_GVCP_CAPABILITY = 0x0934
 REG_PERSISTENT_IP = 0x064C
 REG_PERSISTENT_MASK = 0x065C
 REG_PERSISTENT_GATEWAY = 0x066C
@@ -85,6 +87,9 @@ PERSISTENT_REGS = (REG_PERSISTENT_IP, REG_PERSISTENT_MASK, REG_PERSISTENT_GATEWA
 REG_HEARTBEAT = 0x0938
 REG_CCP = 0x0A00
 REGISTER_SPACE = 0x0A04
+CCP_EXCLUSIVE, CCP_CONTROL = 0x1, 0x2
+IP_CONFIG_PERSISTENT, IP_CONFIG_LLA = 0x1, 0x4
+LINK_LOCAL_MASK = 0xFFFF0000
 
 
 def fail(message):
@@ -184,12 +189,13 @@ class Request:
 FAULT_KEYS = {
     "silent", "no_answer", "status", "wrong_ack_id", "stale_ack_id", "duplicate_discovery",
     "no_restart", "slow_ms", "flood", "truncate_ack", "oversize_ack", "full_text",
-    "second_address", "vanish_after_forceip", "early_acks",
+    "second_address", "vanish_after_forceip", "early_acks", "answer_port",
 }
 CAMERA_KEYS = {
     "mac", "ip", "mask", "gateway", "model", "vendor", "version", "serial", "user_name",
     "manufacturer_info", "gev_version", "device_mode", "ip_config_options",
     "ip_config_current", "persistent", "restart_delay_ms", "answer_window_ms", "faults",
+    "kind", "held_by",
 }
 
 
@@ -232,6 +238,7 @@ class Faults:
         self.oversize = conf.get("oversize_ack")
         self.full_text = bool(conf.get("full_text"))
         self.second_address = conf.get("second_address")
+        self.answer_port = number(conf.get("answer_port", GVCP_PORT))
 
     def ack_id(self, name, req_id):
         if name in self.wrong_id:
@@ -275,9 +282,45 @@ class Camera:
         self.window = (number(low) / 1000.0, number(high) / 1000.0)
         self.control_window = (control_ms[0] / 1000.0, control_ms[1] / 1000.0)
         self.faults = Faults(conf.get("faults", {}))
-        self.ccp = 0
+        self.kind = conf.get("kind", "vendor")
+        if self.kind not in ("vendor", "standard"):
+            fail(f"unknown camera kind {self.kind!r}")
         self.heartbeat = 3000
+        self.release()
+        if "held_by" in conf:  # another application that keeps its heartbeat going
+            ip, port = conf["held_by"].split(":")
+            self.ccp, self.controller, self.control_until = CCP_CONTROL, (ip_int(ip), int(port)), float("inf")
         self.online = True
+
+    # control privilege: a standard camera ties it to the address and port that took it
+    def release(self):
+        self.ccp, self.controller, self.control_until = 0, None, 0.0
+
+    def holds_control(self, req):
+        """Whether `req` comes from the controller; its commands keep the heartbeat alive."""
+        if self.controller and time.monotonic() > self.control_until:
+            self.release()
+        held = self.controller == (req.src_ip, req.src_port)
+        if held and self.control_until != float("inf"):
+            self.control_until = time.monotonic() + self.heartbeat / 1000.0
+        return held
+
+    def may_write(self, address, req):
+        if self.kind != "standard" or self.holds_control(req):
+            return True
+        return address == REG_CCP and self.controller is None
+
+    def power_cycle(self):
+        """Boots from the persistent address when 0x0014 asks for it, else link-local, else none."""
+        self.release()
+        self.heartbeat = 3000
+        ip, mask, gateway = self.persistent[:3]
+        if self.ip_config_current & IP_CONFIG_PERSISTENT and ip:
+            self.ip, self.mask, self.gateway = ip, mask, gateway
+        elif self.ip_config_current & IP_CONFIG_LLA:
+            self.ip, self.mask, self.gateway = 0xA9FE0000 | int.from_bytes(self.mac[4:], "big"), LINK_LOCAL_MASK, 0
+        else:
+            self.ip, self.mask, self.gateway = 0, 0, 0
 
     def in_subnet(self, ip):
         return bool(self.ip and self.mask and ip) and (ip ^ self.ip) & self.mask == 0
@@ -317,7 +360,7 @@ class Camera:
             REG_IP_CONFIG_OPTIONS: self.ip_config_options,
             REG_IP_CONFIG_CURRENT: self.ip_config_current,
             REG_CURRENT_IP: self.ip, REG_CURRENT_MASK: self.mask,
-            REG_CURRENT_GATEWAY: self.gateway, REG_NUM_INTERFACES: 1,
+            REG_CURRENT_GATEWAY: self.gateway, REG_NUM_INTERFACES: 1, REG_GVCP_CAPABILITY: 0x80000000,
             REG_PERSISTENT_IP: self.persistent[0], REG_PERSISTENT_MASK: self.persistent[1],
             REG_PERSISTENT_GATEWAY: self.persistent[2], REG_HEARTBEAT: self.heartbeat,
             REG_CCP: self.ccp,
@@ -335,11 +378,16 @@ class Camera:
             return STATUS_INVALID_ADDRESS, b""
         return STATUS_OK, bytes(self.register_image()[address:address + count])
 
-    def write_word(self, address, value):
+    def write_word(self, address, value, req):
         if address % 4:
             return STATUS_BAD_ALIGNMENT
+        if not self.may_write(address, req):
+            return STATUS_ACCESS_DENIED
         if address == REG_CCP:
             self.ccp = value
+            if self.kind == "standard":
+                self.controller = (req.src_ip, req.src_port) if value & (CCP_EXCLUSIVE | CCP_CONTROL) else None
+                self.control_until = time.monotonic() + self.heartbeat / 1000.0
         elif address == REG_HEARTBEAT:
             self.heartbeat = value
         elif address == REG_IP_CONFIG_CURRENT:
@@ -354,14 +402,14 @@ class Camera:
             return STATUS_INVALID_ADDRESS
         return STATUS_OK
 
-    def write_block(self, address, data):
+    def write_block(self, address, data, req):
         """Only the user-defined name is writable as a text block."""
         if address == REG_USER_NAME and len(data) <= 16:
             self.user_name = data.split(b"\0", 1)[0].decode("utf-8", "replace")
             return STATUS_OK, len(data)
         written = 0
         for offset in range(0, len(data) - len(data) % 4, 4):
-            status = self.write_word(address + offset, int.from_bytes(data[offset:offset + 4], "big"))
+            status = self.write_word(address + offset, int.from_bytes(data[offset:offset + 4], "big"), req)
             if status:
                 return status, written
             written += 4
@@ -401,6 +449,7 @@ class Simulator:
         self.events = []
         self.seq = 0
         self.pending = []
+        self.cycle_pending = False
         self.record = open(record, "a", encoding="utf-8") if record else None
         self.sock = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(ETH_P_ALL))
         # past rmem_max/wmem_max (we are root): a discovery of 1000 cameras comes in one burst
@@ -420,14 +469,14 @@ class Simulator:
         except BlockingIOError:
             self.at(0.001, self.send, frame)
 
-    def send_udp(self, cam_mac, src_ip, dest, payload):
+    def send_udp(self, cam_mac, src_ip, dest, payload, src_port=GVCP_PORT):
         mac, ip, port = dest
-        self.send(self.frames.udp(cam_mac, mac, src_ip, ip, GVCP_PORT, port, payload))
+        self.send(self.frames.udp(cam_mac, mac, src_ip, ip, src_port, port, payload))
 
     def reply(self, cam, name, payload, dest, delay=None):
         """Queue one answer; returns what the log says about it."""
         delay = cam.delay(name) if delay is None else delay
-        self.at(delay, self.send_udp, cam.mac, cam.ip, dest, payload)
+        self.at(delay, self.send_udp, cam.mac, cam.ip, dest, payload, cam.faults.answer_port)
         status, ack, _, ack_id = GVCP_ACK.unpack_from(payload.ljust(8, b"\0"))
         return {"status": status, "ack": ack, "ack_id": ack_id, "bytes": len(payload),
                 "to": f"{ip_text(dest[1])}:{dest[2]}", "delay_ms": round(delay * 1000, 1)}
@@ -520,6 +569,7 @@ class Simulator:
                 self.log(req, cam, fields, None, "silent")
             else:
                 self.flood(cam, req)
+                cam.holds_control(req)  # any command of the controller is a heartbeat
                 self.log(req, cam, fields, handler(cam, req), "online")
 
     def flood(self, cam, req):
@@ -560,6 +610,9 @@ class Simulator:
         return answer
 
     def on_forceip_ex(self, cam, req):
+        if cam.kind == "standard":  # no vendor command: silent, or the refusal its faults give
+            refused = "forceip_ex" in cam.faults.status and req.flags & FLAG_ACK_REQUIRED
+            return self.ack(cam, req, STATUS_NOT_IMPLEMENTED, dest=self.broadcast(req)) if refused else None
         _, _, ipconfig, reset, _, ip, _, mask, _, gateway, _ = FORCEIP_EX.unpack_from(
             req.payload.ljust(FORCEIP_EX.size, b"\0"))
         if cam.faults.status.get("forceip_ex", STATUS_OK) == STATUS_OK:
@@ -603,7 +656,7 @@ class Simulator:
         pairs = len(req.payload) // 8
         status, written = STATUS_OK if pairs else STATUS_INVALID_PARAMETER, 0
         for address, value in struct.iter_unpack("!II", req.payload[:pairs * 8]):
-            status = cam.write_word(address, value)
+            status = cam.write_word(address, value, req)
             if status:
                 break
             written += 1
@@ -620,7 +673,7 @@ class Simulator:
         if len(req.payload) < 4:
             return self.ack(cam, req, STATUS_INVALID_PARAMETER)
         address = struct.unpack_from("!I", req.payload)[0]
-        status, written = cam.write_block(address, req.payload[4:])
+        status, written = cam.write_block(address, req.payload[4:], req)
         return self.ack(cam, req, status, INDEX_ACK.pack(0, written))
 
     def on_unknown(self, cam, req):
@@ -645,8 +698,33 @@ class Simulator:
         self.pending.clear()
 
     # main loop
+    def power_cycle_all(self):
+        """Every camera off, then each boots after its restart delay."""
+        self.cycle_pending = False
+        for cam in self.cameras:
+            cam.online = False
+            self.at(cam.restart_delay, self.boot, cam)
+
+    @staticmethod
+    def boot(cam):
+        cam.power_cycle()
+        cam.online = True
+
+    def final_state(self):
+        """What a read of each camera's registers would give at the end, for the record."""
+        for cam in self.cameras:
+            ip, mask, gateway = cam.persistent[:3]
+            self.pending.append({
+                "t": round(time.time(), 6), "segment": self.segment, "iface": None, "camera": mac_text(cam.mac),
+                "cmd": "final", "state": "online" if cam.online else "offline", "answer": None,
+                "fields": {"ip": ip_text(cam.ip), "mask": ip_text(cam.mask), "persistent_ip": ip_text(ip),
+                           "persistent_mask": ip_text(mask), "persistent_gateway": ip_text(gateway),
+                           "ip_config": f"0x{cam.ip_config_current:X}", "ccp": cam.ccp}})
+
     def run(self):
         while True:
+            if self.cycle_pending:
+                self.power_cycle_all()
             now = time.monotonic()
             while self.events and self.events[0][0] <= now:
                 _, _, action, args = heapq.heappop(self.events)
@@ -712,10 +790,12 @@ def main(argv=None):
     sim = Simulator(config, args.iface, args.segment or args.iface, args.record, window, control)
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(0))
     signal.signal(signal.SIGINT, lambda *_: sys.exit(0))
+    signal.signal(signal.SIGUSR1, lambda *_: setattr(sim, "cycle_pending", True))
     print(f"ready {len(sim.cameras)} cameras on {args.iface}", flush=True)
     try:
         sim.run()
     finally:
+        sim.final_state()
         sim.flush()
 
 

@@ -201,7 +201,8 @@ class Lab:
     # the command
     def run_command(self, argv, timeout):
         env = dict(os.environ, GVLAB_HOST_NS=self.host_ns, GVLAB_RECORD_DIR=self.workdir,
-                   GVLAB_SEGMENT_NS=",".join(f"{n}={s['ns']}" for n, s in self.segments.items()))
+                   GVLAB_SEGMENT_NS=",".join(f"{n}={s['ns']}" for n, s in self.segments.items()),
+                   GVLAB_SIMULATORS=" ".join(str(sim.pid) for sim in self.simulators))
         if self.scenario.get("no_net_raw"):
             say("command runs without the raw-network right")
             argv = NO_NET_RAW + argv

@@ -6,11 +6,14 @@ A case file is a lab scenario (its "interfaces") plus what the run must show:
   "dots":      [fewest, most] progress dots
   "forceip_ex": every 0x9000 command the cameras received, in time order:
                "IFACE CAMERA-MAC IP/MASK" (gateway 0.0.0.0, value 5, empty text are checked)
-  "forceip":   every FORCEIP received, in time order: "IFACE CAMERA-MAC" (all addresses 0)
+  "forceip":   every FORCEIP received, in time order: "IFACE CAMERA-MAC" (all addresses 0), or with
+               an address "IFACE CAMERA-MAC IP/MASK" (gateway 0.0.0.0)
 Optional: "args" (the tool's arguments), "exit" (status, default 0), "stderr" (its lines, default
 none), "json" (the one document stdout must be with --json; a case with "stdout" too runs twice, in
 fresh labs, and both runs must send the same) and "silent_interfaces" (host interfaces that send no
-frame at all and whose links receive nothing).
+frame at all and whose links receive nothing), "final" (each camera's registers when the lab ends,
+by MAC: "MAC IP/MASK persistent IP/MASK/GATEWAY 0x0014 ccp N") and "shell" (runs in place of the
+tool: "$@" is the tool with "args"; $GVLAB_SIMULATORS for a power cycle).
 
 usage: run_case.py --tool PATH CASE.json
 """
@@ -34,9 +37,9 @@ DOTS = re.compile(r"^\.+$")
 TOOL_LIMIT_S = 90
 
 
-def run_lab(case_path, tool, args, record, sent):
+def run_lab(case_path, tool, args, record, sent, shell):
     # The tool runs under a shell that then notes every interface's sent-frame count.
-    count = f'"$@"; s=$?; grep -H . /sys/class/net/*/statistics/tx_packets > {shlex.quote(sent)}; exit $s'
+    count = f'{shell}; s=$?; grep -H . /sys/class/net/*/statistics/tx_packets > {shlex.quote(sent)}; exit $s'
     command = [PYTHON, LAB, case_path, "--record", record, "--timeout", str(TOOL_LIMIT_S),
                "--", "/bin/sh", "-c", count, "sh", tool] + args
     print("run: " + " ".join(command), flush=True)
@@ -64,7 +67,7 @@ def normalised(stdout):
 def received(record, command):
     with open(record, encoding="utf-8") as f:
         entries = [json.loads(line) for line in f if line.strip()]
-    return [e for e in entries if command in (None, e["cmd"])]
+    return [e for e in entries if e["cmd"] == command or (command is None and e["cmd"] != "final")]
 
 
 def forceip_ex_lines(entries, problems):
@@ -81,8 +84,9 @@ def forceip_lines(entries, problems):
     lines = []
     for e in entries:
         f = e["fields"]
-        lines.append(f"{e['iface']} {e['camera']}")
-        if (f["ip"], f["mask"], f["gateway"]) != ("0.0.0.0",) * 3:
+        address = "" if f["ip"] == "0.0.0.0" else f" {f['ip']}/{f['mask']}"
+        lines.append(f"{e['iface']} {e['camera']}{address}")
+        if f["gateway"] != "0.0.0.0" or (not address and f["mask"] != "0.0.0.0"):
             problems.append(f"FORCEIP to {e['camera']} carries {f}")
     return lines
 
@@ -128,6 +132,11 @@ def check(case, result, record, sent=None, as_json=False):
             forceip_ex_lines(received(record, "forceip_ex"), problems), problems)
     compare("FORCEIP commands", case["forceip"],
             forceip_lines(received(record, "forceip"), problems), problems)
+    if "final" in case:
+        compare("registers at the end", case["final"], sorted(
+            f"{e['camera']} {f['ip']}/{f['mask']} persistent {f['persistent_ip']}/{f['persistent_mask']}/"
+            f"{f['persistent_gateway']} {f['ip_config']} ccp {f['ccp']}"
+            for e in received(record, "final") for f in [e["fields"]]), problems)
     return problems, dots
 
 
@@ -155,7 +164,8 @@ def main(argv):
 def run_once(tool, case_path, case, tool_args, as_json):
     with tempfile.TemporaryDirectory(prefix="aic-e2e-") as work:
         record, sent = os.path.join(work, "record.jsonl"), os.path.join(work, "sent")
-        result, total = run_lab(case_path, os.path.abspath(tool), tool_args, record, sent)
+        result, total = run_lab(case_path, os.path.abspath(tool), tool_args, record, sent,
+                                case.get("shell", '"$@"'))
         sys.stdout.write(result.stderr + result.stdout)
         if not os.path.exists(record):
             return ["the lab wrote no record"]

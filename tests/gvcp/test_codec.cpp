@@ -50,6 +50,15 @@ Bytes CustomCommand(uint32_t ipConfig, uint32_t resetValue, const std::string& t
     return b;
 }
 
+Bytes StaticForceIP()
+{
+    Bytes b = ToCamera(64, 0x11, 0x0004, 3);
+    aictest::PutBe32(b, 28, 0x0A4D0032);
+    aictest::PutBe32(b, 44, 0xFFFFFF00);
+    aictest::PutBe32(b, 60, 0x0A4D00FE);
+    return b;
+}
+
 } // namespace
 
 TEST(GvcpCodec, CommandsByteForByte)
@@ -74,6 +83,8 @@ TEST(GvcpCodec, CommandsByteForByte)
         {"writemem", Bytes(buffer, buffer + EncodeWriteMemCmd(buffer, 0x200, data, 4, 10)),
          MakeCommand(0x01, 0x0086, 10, {0, 0, 0x02, 0x00, 1, 2, 3, 4})},
         {"forceip with all addresses 0", Of(EncodeForceIPCmd(kMac, 0)), ToCamera(64, 0x01, 0x0004, 0)},
+        {"forceip with an address allows a broadcast acknowledge",
+         Of(EncodeStaticForceIPCmd(kMac, 0x0A4D0032, 0xFFFFFF00, 0x0A4D00FE, 3)), StaticForceIP()},
         {"extended force-IP", Of(EncodeForceIPExCmd(CustomFields(5, 0, "0123456789ABCDEFXYZ"))),
          CustomCommand(5, 0, "0123456789ABCDEF")},
         {"reset", Of(EncodeForceIPExCmd(CustomFields(0, 7, ""))), CustomCommand(0, 7, "")},
@@ -124,6 +135,9 @@ TEST(GvcpCodec, AcknowledgesAndEveryRejection)
     GVCP_ACK_FIELDS fields;
     EXPECT_EQ(DecodeForceIPExAck(forceIPAck.data(), forceIPAck.size(), 0, fields), GVCP_ACCEPTED);
     EXPECT_EQ(fields.nStatus, 0x8002);
+    EXPECT_EQ(DecodeForceIPAck(forceIPAck.data(), forceIPAck.size(), 0, fields), GVCP_REJECT_ACK_CODE);
+    const Bytes standardAck = {0, 0, 0x00, 0x05, 0, 0, 0x12, 0x34};
+    EXPECT_EQ(DecodeForceIPAck(standardAck.data(), standardAck.size(), 0x1234, fields), GVCP_ACCEPTED);
 }
 
 TEST(GvcpCodec, PayloadsDeliverOnlyWhatArrived)

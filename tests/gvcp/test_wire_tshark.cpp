@@ -64,7 +64,8 @@ TEST(WireDecode, TsharkDecodesTheCommands)
     const std::string file = Pcap({Frame(Of(EncodeDiscoveryCmd(0x1234)), 255),
                                    Frame(Bytes(buffer, buffer + EncodeReadRegCmd(buffer, &ccp, 1, 0x1235)), 2),
                                    Frame(Of(EncodeForceIPCmd(mac, 7)), 255),
-                                   Frame(Of(EncodeForceIPExCmd(custom)), 255)});
+                                   Frame(Of(EncodeForceIPExCmd(custom)), 255),
+                                   Frame(Of(EncodeStaticForceIPCmd(mac, 0xC0A8010B, 0xFFFFFF00, 0, 8)), 255)});
     const std::string fields = aictest::Capture(
         "tshark -r " + file + " -T fields -E separator=' ' -e gvcp.cmd.flags -e gvcp.cmd.command "
         "-e gvcp.cmd.payloadlength -e gvcp.cmd.req_id -e gvcp.cmd.readreg.bootstrapregister "
@@ -72,7 +73,8 @@ TEST(WireDecode, TsharkDecodesTheCommands)
     EXPECT_EQ(fields, "0x11 0x0002 0x0000 0x1234   \n"
                       "0x01 0x0080 0x0004 0x1235 0x00000a00  \n"
                       "0x01 0x0004 0x0038 0x0007  00:11:1c:aa:bb:cc 0.0.0.0\n"
-                      "0x11 0x9000 0x004c 0x0102   \n");
+                      "0x11 0x9000 0x004c 0x0102   \n"
+                      "0x11 0x0004 0x0038 0x0008  00:11:1c:aa:bb:cc 192.168.1.11\n");
     EXPECT_EQ(aictest::Capture("tshark -r " + file + " -Y '_ws.malformed || _ws.expert.severity >= warning' 2>/dev/null"),
               "");
     unlink(file.c_str());

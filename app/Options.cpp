@@ -22,6 +22,7 @@ const option kLongOptions[] = {
     {"json", no_argument, nullptr, kJsonOption},
     {"help", no_argument, nullptr, 'h'},
     {"version", no_argument, nullptr, 'V'},
+    {"check-conflicts", no_argument, nullptr, 'c'},
     {nullptr, 0, nullptr, 0},
 };
 
@@ -37,7 +38,7 @@ std::string UsageProblem(int code, char* argv[])
     if (optopt == 0) {
         return "unknown option '" + word + "'";
     }
-    if (optopt == kJsonOption || strchr("nhV", optopt) != nullptr) {
+    if (optopt == kJsonOption || strchr("nhVc", optopt) != nullptr) {
         return "option '" + word.substr(0, word.find('=')) + "' takes no value";
     }
     return "unknown option '" + letter + "'";
@@ -66,7 +67,7 @@ bool ParseOptions(int argc, char* argv[], RUN_OPTIONS* options, std::string* pro
     optind = 1;
     int code = 0;
     // The leading ':' tells a missing value apart from an unknown option.
-    while ((code = getopt_long(argc, argv, ":ni:hV", kLongOptions, nullptr)) != -1) {
+    while ((code = getopt_long(argc, argv, ":ni:hVc", kLongOptions, nullptr)) != -1) {
         switch (code) {
         case 'n':
             options->bDryRun = true;
@@ -82,6 +83,9 @@ bool ParseOptions(int argc, char* argv[], RUN_OPTIONS* options, std::string* pro
             break;
         case 'V':
             options->bVersion = true;
+            break;
+        case 'c':
+            options->bCheckConflicts = true;
             break;
         default:
             *problem = UsageProblem(code, argv);
@@ -115,6 +119,7 @@ void PrintHelp()
            "  -n, --dry-run          discover and plan, but send no force-IP; show the plan\n"
            "  -i, --interface NAME   work on this interface only (repeat for several)\n"
            "      --json             print the report as one JSON document\n"
+           "  -c, --check-conflicts  probe candidate addresses as RFC 5227 does, all at once\n"
            "  -h, --help             print this help and exit\n"
            "  -V, --version          print the version and exit\n");
 }

@@ -9,6 +9,7 @@ struct RUN_OPTIONS {
     bool bJson = false;
     bool bHelp = false;
     bool bVersion = false;
+    bool bCheckConflicts = false;
     std::vector<std::string> vecInterface;
 };
 

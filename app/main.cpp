@@ -44,6 +44,7 @@ int Run(RUN_OPTIONS& options)
 {
     const RUN_RESULT* result = &kFinished;
     CIPConfigAllDevices::SetDryRun(options.bDryRun);
+    CIPConfigAllDevices::SetCheckConflicts(options.bCheckConflicts);
     if (!options.bJson) {
         printf("Tool version is 1.0.1906.9272\nAuto IP Configure Started!\n");
     }

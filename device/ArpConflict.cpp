@@ -17,6 +17,16 @@ namespace {
 // Room for the answers to a round of a few thousand candidates.
 const int kReceiveBuffer = 1 << 20;
 
+bool AllClaimed(const std::vector<ARP_CLAIM>& claims)
+{
+    for (const ARP_CLAIM& claim : claims) {
+        if (claim.nKind == ARP_CLAIM_NONE) {
+            return false;
+        }
+    }
+    return true;
+}
+
 long long NowMs()
 {
     return std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -74,7 +84,8 @@ std::vector<ARP_CLAIM> CArpConflictProbe::Round(const std::vector<uint32_t>& can
 {
     std::vector<ARP_CLAIM> claims(candidates.size(), ARP_CLAIM{ARP_CLAIM_NONE, 0, {0}});
     const long long start = NowMs();
-    for (unsigned int probe = 0; probe < kArpProbesPerRound; ++probe) {
+    // A round whose candidates are all taken has nothing left to learn.
+    for (unsigned int probe = 0; probe < kArpProbesPerRound && !AllClaimed(claims); ++probe) {
         __SendProbes(candidates, claims);
         const unsigned int next = probe + 1 < kArpProbesPerRound ? (probe + 1) * kArpProbeIntervalMs : kArpRoundMs;
         __Listen(candidates, claims, start + next);
@@ -97,7 +108,7 @@ void CArpConflictProbe::__Listen(const std::vector<uint32_t>& candidates, std::v
                                  long long untilMs)
 {
     uint8_t frame[sizeof(ARP_PACKET)];
-    for (long long now = NowMs(); now < untilMs; now = NowMs()) {
+    for (long long now = NowMs(); now < untilMs && !AllClaimed(claims); now = NowMs()) {
         pollfd ready = {m_nSocket, POLLIN, 0};
         const int polled = poll(&ready, 1, static_cast<int>(untilMs - now));
         if (polled < 0 && errno != EINTR) {

@@ -47,10 +47,8 @@ std::vector<bool> CPlainProber::Probe(const std::vector<unsigned int>& candidate
         const std::string text = DottedText(ip);
         taken.push_back(arp.DetectIP(m_stLink.strIP.c_str(), text.c_str(), m_stLink.strMAC.c_str(),
                                      m_stLink.strName.c_str()));
-        if (taken.back()) {
-            Diag("%s: candidate %s taken: the interface's own address or a reply to the probe",
-                 m_stLink.strName.c_str(), text.c_str());
-        }
+        Diag("%s: candidate %s %s", m_stLink.strName.c_str(), text.c_str(),
+             taken.back() ? "taken: the interface's own address or a reply to the probe" : "free: no reply");
     }
     return taken;
 }
@@ -76,8 +74,8 @@ std::vector<bool> CConflictProber::Probe(const std::vector<unsigned int>& candid
     }
     ++m_nRound;
     if (IsDiagnostics() && !candidates.empty()) {
-        Diag("%s: probe round %u: %zu candidates, %s to %s", name, m_nRound, candidates.size(),
-             DottedText(candidates.front()).c_str(), DottedText(candidates.back()).c_str());
+        Diag("%s: probe round %u: %s to %s, %zu to probe", name, m_nRound,
+             DottedText(candidates.front()).c_str(), DottedText(candidates.back()).c_str(), candidates.size());
     }
     const std::vector<ARP_CLAIM> claims = probe.Round(wire);
     for (size_t i = 0; i < claims.size(); ++i) {
@@ -85,6 +83,8 @@ std::vector<bool> CConflictProber::Probe(const std::vector<unsigned int>& candid
         if (taken[i]) {
             Diag("%s: candidate %s taken: %s %s", name, DottedText(candidates[i]).c_str(),
                  ClaimText(claims[i].nKind), MacText(claims[i].aMAC).c_str());
+        } else {
+            Diag("%s: candidate %s free: no claim within the round", name, DottedText(candidates[i]).c_str());
         }
     }
     return taken;

@@ -99,7 +99,6 @@ bool CIPConfigAllDevices::GetIPList(std::vector<unsigned int>* list)
         const std::vector<bool> taken = prober->Probe(round);
         for (size_t i = 0; i < round.size(); ++i) {
             if (!taken[i]) {
-                Diag("%s: candidate %s free", link.strName.c_str(), DottedText(round[i]).c_str());
                 list->push_back(round[i]);
             }
         }

@@ -68,7 +68,10 @@ bool CArpConflictProbe::Open(const std::string& device, const uint8_t* mac)
         Close();
         return false;
     }
-    setsockopt(m_nSocket, SOL_SOCKET, SO_RCVBUF, &kReceiveBuffer, sizeof(kReceiveBuffer));
+    // Without the right to exceed the kernel's cap, as much as the cap allows.
+    if (setsockopt(m_nSocket, SOL_SOCKET, SO_RCVBUFFORCE, &kReceiveBuffer, sizeof(kReceiveBuffer)) != 0) {
+        setsockopt(m_nSocket, SOL_SOCKET, SO_RCVBUF, &kReceiveBuffer, sizeof(kReceiveBuffer));
+    }
     return true;
 }
 

@@ -23,6 +23,7 @@ const option kLongOptions[] = {
     {"help", no_argument, nullptr, 'h'},
     {"version", no_argument, nullptr, 'V'},
     {"standard", no_argument, nullptr, 's'},
+    {"check-conflicts", no_argument, nullptr, 'c'},
     {nullptr, 0, nullptr, 0},
 };
 
@@ -38,7 +39,7 @@ std::string UsageProblem(int code, char* argv[])
     if (optopt == 0) {
         return "unknown option '" + word + "'";
     }
-    if (optopt == kJsonOption || strchr("nhVs", optopt) != nullptr) {
+    if (optopt == kJsonOption || strchr("nhVsc", optopt) != nullptr) {
         return "option '" + word.substr(0, word.find('=')) + "' takes no value";
     }
     return "unknown option '" + letter + "'";
@@ -67,7 +68,7 @@ bool ParseOptions(int argc, char* argv[], RUN_OPTIONS* options, std::string* pro
     optind = 1;
     int code = 0;
     // The leading ':' tells a missing value apart from an unknown option.
-    while ((code = getopt_long(argc, argv, ":ni:hVs", kLongOptions, nullptr)) != -1) {
+    while ((code = getopt_long(argc, argv, ":ni:hVsc", kLongOptions, nullptr)) != -1) {
         switch (code) {
         case 'n':
             options->bDryRun = true;
@@ -86,6 +87,9 @@ bool ParseOptions(int argc, char* argv[], RUN_OPTIONS* options, std::string* pro
             break;
         case 's':
             options->bStandard = true;
+            break;
+        case 'c':
+            options->bCheckConflicts = true;
             break;
         default:
             *problem = UsageProblem(code, argv);
@@ -121,6 +125,7 @@ void PrintHelp()
            "      --json             print the report as one JSON document\n"
            "  -s, --standard         move cameras with standard GigE Vision commands only and\n"
            "                         store the new address in them (cameras of any maker)\n"
+           "  -c, --check-conflicts  probe candidate addresses as RFC 5227 does, all at once\n"
            "  -h, --help             print this help and exit\n"
            "  -V, --version          print the version and exit\n");
 }

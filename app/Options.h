@@ -10,6 +10,7 @@ struct RUN_OPTIONS {
     bool bHelp = false;
     bool bVersion = false;
     bool bStandard = false;
+    bool bCheckConflicts = false;
     std::vector<std::string> vecInterface;
 };
 

@@ -45,6 +45,7 @@ int Run(RUN_OPTIONS& options)
     const RUN_RESULT* result = &kFinished;
     CIPConfigAllDevices::SetDryRun(options.bDryRun);
     CIPConfigAllDevices::SetStandard(options.bStandard);
+    CIPConfigAllDevices::SetCheckConflicts(options.bCheckConflicts);
     if (!options.bJson) {
         printf("Tool version is " AIC_VERSION "\nAuto IP Configure Started!\n");
     }

@@ -495,6 +495,13 @@ def stock_section(results):
                "arv-tool: found", "arv-tool (s)", "arv-tool + flag: found", "arv-tool + flag (s)", "runs"], rows)])
 
 
+def kept_section(path):
+    """The sections that bench/standard_path.py and bench/conflicts.py write into results.md survives a rerun."""
+    old = open(path, encoding="utf-8").read() if os.path.exists(path) else ""
+    start = old.find("\n## 6. ")
+    return old[start:].rstrip("\n") if start >= 0 else ""
+
+
 def render_markdown(results, path):
     machine = results["machine"]
     head = "\n".join([
@@ -506,8 +513,9 @@ def render_markdown(results, path):
     ])
     body = [standard_section(results), scale_section(results), cost_section(results), arv_section(results),
             stock_section(results)]
+    kept = kept_section(path)
     with open(path, "w", encoding="utf-8") as f:
-        f.write(head + "\n\n" + "\n\n".join(body) + "\n")
+        f.write(head + "\n\n" + "\n\n".join(body) + "\n" + (kept + "\n" if kept else ""))
 
 
 def write_plot_data(results, workdir):

@@ -1,7 +1,9 @@
 #include "device/ArpFrame.h"
 
 #include <arpa/inet.h>
+#include <cstddef>
 #include <cstring>
+#include <linux/if_packet.h>
 
 namespace {
 
@@ -10,6 +12,15 @@ const uint16_t kHardwareEthernet = 1;
 const uint16_t kProtocolIPv4 = 0x0800;
 const uint16_t kOpRequest = 1;
 const uint16_t kOpReply = 2;
+// An ARP message without the link's padding.
+const size_t kArpFrameMin = offsetof(ARP_PACKET, aPadding);
+const uint16_t kAddressLengths = 6 << 8 | 4; // hardware and protocol length read as one half-word
+
+// A jump's offset counts the instructions between the jump and its target.
+constexpr uint8_t Skip(unsigned from, unsigned to)
+{
+    return static_cast<uint8_t>(to - from - 1);
+}
 
 } // namespace
 
@@ -45,18 +56,28 @@ ARP_FIELDS DecodeArp(const ARP_PACKET& frame)
     return fields;
 }
 
-ARP_PACKET EncodeArpProbe(const uint8_t* mac, uint32_t localIP, uint32_t probeIP)
+namespace {
+
+// A request from `mac`, sent to a destination of `broadcastBytes` leading FF bytes.
+ARP_PACKET EncodeArpRequest(size_t broadcastBytes, const uint8_t* mac, uint32_t senderIP, uint32_t targetIP)
 {
     ARP_FIELDS fields;
     memset(&fields, 0, sizeof(fields));
-    // Only five bytes of the destination are set; the sixth stays 0.
-    memset(fields.aDestMAC, 0xFF, 5);
+    memset(fields.aDestMAC, 0xFF, broadcastBytes);
     memcpy(fields.aSrcMAC, mac, 6);
     fields.nOperation = kOpRequest;
     memcpy(fields.aSenderMAC, mac, 6);
-    fields.dwSenderIP = probeIP;
-    fields.dwTargetIP = localIP;
+    fields.dwSenderIP = senderIP;
+    fields.dwTargetIP = targetIP;
     return EncodeArp(fields);
+}
+
+} // namespace
+
+ARP_PACKET EncodeArpProbe(const uint8_t* mac, uint32_t localIP, uint32_t probeIP)
+{
+    // Only five bytes of the destination are set; the sixth stays 0.
+    return EncodeArpRequest(5, mac, probeIP, localIP);
 }
 
 // Only the first byte of the sender address is compared with the whole local address.
@@ -70,4 +91,59 @@ ARP_REJECTION MatchArpReply(const ARP_PACKET& reply, uint32_t localIP, const uin
         return ARP_REJECT_SENDER;
     }
     return memcmp(fields.aTargetMAC, mac, 6) == 0 ? ARP_MATCH : ARP_REJECT_TARGET_MAC;
+}
+
+ARP_PACKET EncodeArpConflictProbe(const uint8_t* mac, uint32_t candidate)
+{
+    return EncodeArpRequest(6, mac, 0, candidate);
+}
+
+// A sender address is claimed by any request or reply; sender 0.0.0.0 is a probe of the target.
+ARP_CLAIM ReadArpClaim(const uint8_t* frame, size_t length, const uint8_t* ownMAC)
+{
+    ARP_CLAIM claim;
+    memset(&claim, 0, sizeof(claim));
+    if (length < kArpFrameMin) {
+        return claim;
+    }
+    ARP_PACKET packet;
+    memset(&packet, 0, sizeof(packet));
+    memcpy(&packet, frame, length < sizeof(packet) ? length : sizeof(packet));
+    if (packet.wEtherType != htons(kEtherTypeARP) || packet.wHardwareType != htons(kHardwareEthernet) ||
+        packet.wProtocolType != htons(kProtocolIPv4) || packet.cHardwareLength != 6 || packet.cProtocolLength != 4) {
+        return claim;
+    }
+    const ARP_FIELDS fields = DecodeArp(packet);
+    if (memcmp(fields.aSenderMAC, ownMAC, 6) == 0 ||
+        (fields.nOperation != kOpRequest && fields.nOperation != kOpReply)) {
+        return claim;
+    }
+    memcpy(claim.aMAC, fields.aSenderMAC, 6);
+    if (fields.dwSenderIP != 0) {
+        claim.nKind = fields.nOperation == kOpReply ? ARP_CLAIM_REPLY : ARP_CLAIM_REQUEST;
+        claim.dwAddress = fields.dwSenderIP;
+    } else if (fields.nOperation == kOpRequest && fields.dwTargetIP != 0) {
+        claim.nKind = ARP_CLAIM_PROBE;
+        claim.dwAddress = fields.dwTargetIP;
+    }
+    return claim;
+}
+
+std::vector<sock_filter> BuildArpFilter()
+{
+    enum : unsigned { kDrop = 11 };
+    return {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, static_cast<uint32_t>(SKF_AD_OFF + SKF_AD_PKTTYPE)), // 0 packet type
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, PACKET_OUTGOING, Skip(1, kDrop), 0),       // 1 sent by us
+        BPF_STMT(BPF_LD | BPF_H | BPF_ABS, offsetof(ARP_PACKET, wEtherType)),            // 2
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, kEtherTypeARP, 0, Skip(3, kDrop)),         // 3 ARP only
+        BPF_STMT(BPF_LD | BPF_H | BPF_ABS, offsetof(ARP_PACKET, wHardwareType)),         // 4
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, kHardwareEthernet, 0, Skip(5, kDrop)),     // 5 Ethernet
+        BPF_STMT(BPF_LD | BPF_H | BPF_ABS, offsetof(ARP_PACKET, wProtocolType)),         // 6
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, kProtocolIPv4, 0, Skip(7, kDrop)),         // 7 IPv4
+        BPF_STMT(BPF_LD | BPF_H | BPF_ABS, offsetof(ARP_PACKET, cHardwareLength)),       // 8
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, kAddressLengths, 0, Skip(9, kDrop)),       // 9 lengths 6 and 4
+        BPF_STMT(BPF_RET | BPF_K, sizeof(ARP_PACKET)),                                   // 10 keep the frame
+        BPF_STMT(BPF_RET | BPF_K, 0),                                                    // 11 drop
+    };
 }

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <linux/filter.h>
+#include <vector>
 
 // Builds and reads the ARP probe's Ethernet frame: no I/O, no throw.
 
@@ -51,3 +54,27 @@ ARP_FIELDS DecodeArp(const ARP_PACKET& frame);
 // Claims probeIP for mac and asks for localIP, to FF-FF-FF-FF-FF-00.
 ARP_PACKET EncodeArpProbe(const uint8_t* mac, uint32_t localIP, uint32_t probeIP);
 ARP_REJECTION MatchArpReply(const ARP_PACKET& reply, uint32_t localIP, const uint8_t* mac);
+
+// A conflict probe (RFC 5227): asks who has `candidate` (network order) without claiming any address.
+ARP_PACKET EncodeArpConflictProbe(const uint8_t* mac, uint32_t candidate);
+
+// What a received ARP frame says about who uses an address.
+enum ARP_CLAIM_KIND {
+    ARP_CLAIM_NONE = 0,   // not ARP over Ethernet/IPv4, ours, or names no address
+    ARP_CLAIM_REPLY,      // the sender uses its sender address
+    ARP_CLAIM_REQUEST,    // a request or announcement from the sender address
+    ARP_CLAIM_PROBE,      // another host is probing the target address right now
+};
+
+struct ARP_CLAIM {
+    ARP_CLAIM_KIND nKind;
+    uint32_t dwAddress; // network order
+    uint8_t aMAC[6];    // the claiming host's
+};
+
+// The address a frame of `length` bytes from the link claims for another host than `ownMAC`.
+ARP_CLAIM ReadArpClaim(const uint8_t* frame, size_t length, const uint8_t* ownMAC);
+
+// Kernel filter for a link-level socket that reads whole Ethernet frames: ARP over Ethernet/IPv4
+// that this host did not send.
+std::vector<sock_filter> BuildArpFilter();

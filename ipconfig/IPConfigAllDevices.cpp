@@ -1,8 +1,8 @@
 #include "ipconfig/IPConfigAllDevices.h"
 
+#include "common/Diagnostics.h"
 #include "common/Exception.h"
 #include "common/ipcalc.h"
-#include "device/ARP.h"
 #include "device/Device.h"
 #include "device/Interface.h"
 
@@ -12,6 +12,8 @@
 using GenICam::Client::CAppException;
 using GenICam::Client::CDevice;
 using GenICam::Client::CInterface;
+using GenICam::Client::Helper::Diag;
+using GenICam::Client::Helper::IsDiagnostics;
 
 namespace {
 
@@ -26,6 +28,8 @@ std::vector<IP_ASSIGNMENT> CIPConfigAllDevices::ms_vecAssignment;
 std::vector<IP_ASSIGNMENT> CIPConfigAllDevices::ms_vecUnassigned;
 bool CIPConfigAllDevices::ms_bDryRun = false;
 bool CIPConfigAllDevices::ms_bStandard = false;
+bool CIPConfigAllDevices::ms_bCheckConflicts = false;
+std::map<unsigned int, std::string> CIPConfigAllDevices::ms_mapUsedBy;
 
 bool IsIPValid(unsigned int ip)
 {
@@ -61,7 +65,7 @@ bool CIPConfigAllDevices::__NeedsNewIP(CDevice* device)
         return true;
     }
     const bool taken = __IsRecorded(ip);
-    ms_vecUsedIP.push_back(ip);
+    __RecordUsed(ip, IsDiagnostics() ? "camera " + device->GetStrMac() : std::string());
     return taken;
 }
 
@@ -70,6 +74,8 @@ size_t CIPConfigAllDevices::GetConfigNum()
     return m_vecConfigDevice.size();
 }
 
+// Probes as many unrecorded candidates as addresses are still wanted, in rounds, so the free ones
+// found are the first free ones in address order whichever prober decides.
 bool CIPConfigAllDevices::GetIPList(std::vector<unsigned int>* list)
 {
     unsigned int first = 0;
@@ -79,16 +85,61 @@ bool CIPConfigAllDevices::GetIPList(std::vector<unsigned int>* list)
     if (wanted == 0) {
         return true;
     }
+    PROBE_LINK link;
+    if (!__ReadProbeLink(&link)) {
+        return false;  // an interface that cannot be read counts every candidate as taken
+    }
+    std::unique_ptr<IAddressProber> prober = _CreateProber(link);
     // 64-bit so that the walk cannot wrap past the top of the address space.
-    for (uint64_t ip = first; ip <= last; ++ip) {
-        if (!__IsIPUsed(static_cast<unsigned int>(ip))) {
-            list->push_back(static_cast<unsigned int>(ip));
-            if (list->size() == wanted) {
-                return true;
+    uint64_t next = first;
+    while (list->size() < wanted) {
+        const std::vector<unsigned int> round = __NextCandidates(link.strName, &next, last, wanted - list->size());
+        if (round.empty()) {
+            Diag("%s: too few free addresses: %zu of %zu found", link.strName.c_str(), list->size(), wanted);
+            return false;
+        }
+        const std::vector<bool> taken = prober->Probe(round);
+        for (size_t i = 0; i < round.size(); ++i) {
+            if (!taken[i]) {
+                list->push_back(round[i]);
             }
         }
     }
-    return false;
+    return true;
+}
+
+std::vector<unsigned int> CIPConfigAllDevices::__NextCandidates(const std::string& name, uint64_t* next,
+                                                                unsigned int last, size_t count)
+{
+    std::vector<unsigned int> round;
+    for (; *next <= last && round.size() < count; ++*next) {
+        const unsigned int ip = static_cast<unsigned int>(*next);
+        if (!__IsRecorded(ip)) {
+            round.push_back(ip);
+        } else if (IsDiagnostics()) {
+            const auto owner = ms_mapUsedBy.find(ip);
+            Diag("%s: candidate %s taken by the list: %s", name.c_str(), DottedText(ip).c_str(),
+                 owner != ms_mapUsedBy.end() && !owner->second.empty() ? owner->second.c_str() : "recorded");
+        }
+    }
+    return round;
+}
+
+bool CIPConfigAllDevices::__ReadProbeLink(PROBE_LINK* link)
+{
+    try {
+        link->strIP = m_pInterface->GetInterfaceStrIP();
+        link->strMAC = m_pInterface->GetStrMAC();
+        link->strName = m_pInterface->GetInterfaceDescription();
+    } catch (CAppException&) {
+        return false;
+    }
+    return true;
+}
+
+std::unique_ptr<IAddressProber> CIPConfigAllDevices::_CreateProber(const PROBE_LINK& link)
+{
+    return CreateAddressProber(ms_bCheckConflicts, link);
 }
 
 // From network + 11 to broadcast - 1, the offsets applied to the last byte with its carries.
@@ -108,15 +159,8 @@ bool CIPConfigAllDevices::__IsIPUsed(unsigned int ip)
     if (__IsRecorded(ip)) {
         return true;
     }
-    try {
-        const std::string localIP = m_pInterface->GetInterfaceStrIP();
-        const std::string localMAC = m_pInterface->GetStrMAC();
-        const std::string name = m_pInterface->GetInterfaceDescription();
-        CARP arp;
-        return arp.DetectIP(localIP.c_str(), DottedText(ip).c_str(), localMAC.c_str(), name.c_str());
-    } catch (CAppException&) {
-        return true;
-    }
+    PROBE_LINK link;
+    return !__ReadProbeLink(&link) || _CreateProber(link)->Probe({ip}).front();
 }
 
 bool CIPConfigAllDevices::__IsRecorded(unsigned int ip)
@@ -165,7 +209,16 @@ bool CIPConfigAllDevices::__SendAddress(CDevice* device, unsigned int ip, const 
 
 void CIPConfigAllDevices::RecordIPAssignedToDev(std::vector<unsigned int>& list)
 {
-    ms_vecUsedIP.insert(ms_vecUsedIP.end(), list.begin(), list.end());
+    for (unsigned int ip : list) {
+        __RecordUsed(ip, IsDiagnostics() ? "chosen for a camera of " + m_pInterface->GetInterfaceDescription()
+                                         : std::string());
+    }
+}
+
+void CIPConfigAllDevices::__RecordUsed(unsigned int ip, const std::string& who)
+{
+    ms_vecUsedIP.push_back(ip);
+    ms_mapUsedBy.emplace(ip, who);
 }
 
 void CIPConfigAllDevices::RecordNoAddress(const std::vector<CDevice*>& devices)
@@ -188,7 +241,7 @@ void CIPConfigAllDevices::RecordUsedNetCardIP(std::vector<CInterface*> interface
             continue;
         }
         if (IsIPValid(ip)) {
-            ms_vecUsedIP.push_back(ip);
+            __RecordUsed(ip, IsDiagnostics() ? "interface " + itf->GetInterfaceDescription() : std::string());
         }
     }
 }
@@ -198,7 +251,7 @@ void CIPConfigAllDevices::RecordUsedDeviceIP(std::vector<CDevice*> devices)
     for (CDevice* device : devices) {
         const unsigned int ip = device->GetIntIP();
         if (IsIPValid(ip)) {
-            ms_vecUsedIP.push_back(ip);
+            __RecordUsed(ip, IsDiagnostics() ? "camera " + device->GetStrMac() : std::string());
         }
     }
 }
@@ -206,6 +259,7 @@ void CIPConfigAllDevices::RecordUsedDeviceIP(std::vector<CDevice*> devices)
 void CIPConfigAllDevices::Clear()
 {
     ms_vecUsedIP.clear();
+    ms_mapUsedBy.clear();
     ms_vecConfigDevID.clear();
     ms_vecAssignment.clear();
     ms_vecUnassigned.clear();
@@ -214,6 +268,11 @@ void CIPConfigAllDevices::Clear()
 void CIPConfigAllDevices::SetDryRun(bool dryRun)
 {
     ms_bDryRun = dryRun;
+}
+
+void CIPConfigAllDevices::SetCheckConflicts(bool checkConflicts)
+{
+    ms_bCheckConflicts = checkConflicts;
 }
 
 bool CIPConfigAllDevices::IsDryRun()
@@ -249,7 +308,7 @@ bool CIPConfigAllDevices::__GetAvailableNetCardIP(unsigned int ip, unsigned int 
     for (uint64_t candidate = first; candidate <= last; ++candidate) {
         if (!__IsIPUsed(static_cast<unsigned int>(candidate))) {
             *out = static_cast<unsigned int>(candidate);
-            ms_vecUsedIP.push_back(*out);
+            __RecordUsed(*out, std::string());
             return true;
         }
     }

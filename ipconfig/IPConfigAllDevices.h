@@ -1,6 +1,10 @@
 #pragma once
 
+#include "ipconfig/AddressProber.h"
+
 #include <cstdint>
+#include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -78,11 +82,15 @@ public:
     // Standard GigE Vision commands only, in place of the vendor's 0x9000.
     static void SetStandard(bool standard);
     static bool IsStandard();
+    // Conflict probes (every candidate at once) in place of the plain one-by-one probe.
+    static void SetCheckConflicts(bool checkConflicts);
 
     // First free address of a subnet, recorded as taken; the run sequence does not need it.
     bool __GetAvailableNetCardIP(unsigned int ip, unsigned int mask, unsigned int* out);
 
 protected:
+    // The seam the candidate search probes through.
+    virtual std::unique_ptr<IAddressProber> _CreateProber(const PROBE_LINK& link);
 
     GenICam::Client::CInterface* m_pInterface;
     std::vector<GenICam::Client::CDevice*> m_vecDevice;
@@ -97,9 +105,16 @@ protected:
     static std::vector<IP_ASSIGNMENT> ms_vecUnassigned;
     static bool ms_bDryRun;
     static bool ms_bStandard;
+    static bool ms_bCheckConflicts;
+    // Who holds each recorded address, kept for the diagnostics only.
+    static std::map<unsigned int, std::string> ms_mapUsedBy;
 
 private:
     bool __IsIPUsed(unsigned int ip);
+    bool __ReadProbeLink(PROBE_LINK* link);
+    std::vector<unsigned int> __NextCandidates(const std::string& name, uint64_t* next, unsigned int last,
+                                               size_t count);
+    static void __RecordUsed(unsigned int ip, const std::string& who);
     bool __NeedsNewIP(GenICam::Client::CDevice* device);
     bool __SendAddress(GenICam::Client::CDevice* device, unsigned int ip, const IP_CONFIG_SETTING& setting,
                        IP_ASSIGNMENT& assignment);

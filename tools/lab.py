@@ -26,12 +26,18 @@ TOOLS = os.path.dirname(os.path.abspath(__file__))
 REPO = os.path.dirname(TOOLS)
 PYTHON = "/usr/bin/python3" if os.path.exists("/usr/bin/python3") else sys.executable
 SIMULATOR = os.path.join(TOOLS, "gvsim.py")
+ARP_HOST = os.path.join(TOOLS, "arphost.py")
 BRIDGE = "br0"
 EXIT_TIMEOUT = 124
 EXIT_LAB_FAILED = 125
 EXIT_INTERRUPTED = 130
 INTERFACE_KEYS = {"name", "mac", "addresses", "gateway", "routes", "mtu", "segment",
-                  "cameras", "generate"}
+                  "cameras", "generate", "hosts"}
+HOST_KEYS = {"name", "mac", "address", "answer_delay_ms", "arping_dad"}
+# A concurrent claim: arping -D probes once a second (whole seconds only); two of them half a
+# second apart put a probe into every window of a second, until the lab goes down.
+ARPING_DAD = ["arping", "-D", "-q", "-c", "100000"]
+ARPING_STAGGER_S = 0.5
 SYSCTL_KEY = re.compile(r"net/(core|ipv4|ipv6)(/[\w.-]+)+")
 # Drops the raw-network right for good: from the bounding set and from what an exec may inherit.
 NO_NET_RAW = ["setpriv", "--bounding-set=-net_raw", "--inh-caps=-net_raw", "--"]
@@ -82,6 +88,9 @@ def load_scenario(path):
         unknown = set(itf) - INTERFACE_KEYS
         if unknown or not itf.get("name") or len(itf["name"]) > 15:
             raise LabError(f"{path}: bad interface {itf.get('name')!r} {sorted(unknown)}")
+    for host in (h for itf in interfaces for h in itf.get("hosts", [])):
+        if set(host) - HOST_KEYS or not host.get("name") or len(host["name"]) > 8:
+            raise LabError(f"{path}: bad host {host}")
     if len(set(names)) != len(names):
         raise LabError(f"{path}: interface names repeat")
     check_host_sysctls(path, scenario.get("host_sysctls", {}), names)
@@ -124,8 +133,9 @@ class Lab:
         for index, itf in enumerate(self.scenario["interfaces"]):
             itf.setdefault("mac", f"02:00:00:00:{index + 1:02x}:01")
             name = itf.get("segment", itf["name"])
-            segment = segments.setdefault(name, {"interfaces": [], "cameras": [], "generate": []})
+            segment = segments.setdefault(name, {"interfaces": [], "cameras": [], "generate": [], "hosts": []})
             segment["interfaces"].append(itf)
+            segment["hosts"] += itf.get("hosts", [])
             segment["cameras"] += itf.get("cameras", [])
             generate = itf.get("generate", [])
             segment["generate"] += generate if isinstance(generate, list) else [generate]
@@ -145,6 +155,8 @@ class Lab:
             for port, itf in enumerate(segment["interfaces"]):
                 self.add_interface(itf, segment["ns"], f"p{port}")
             self.start_simulator(name, segment)
+            for index, host in enumerate(segment["hosts"]):
+                self.add_host(host, segment["ns"], f"{segment['ns']}x{index}", f"q{index}")
         self.set_sysctls(self.host_ns, {k: v for k, v in sysctls.items() if interface_of(k)})
         if self.scenario.get("host_sysctls"):
             say(f"host settings {self.scenario['host_sysctls']}")
@@ -180,6 +192,36 @@ class Lab:
             run("ip", "-n", ns, "route", "append", "default", "via", itf["gateway"], "dev", name)
         for route in itf.get("routes", []):
             run("ip", "-n", ns, "route", "append", route["to"], "via", route["via"], "dev", name)
+
+    def add_host(self, host, segment_ns, ns, peer):
+        """Another machine on the link (a PLC, a PC): its kernel answers ARP for its address; with
+        answer_delay_ms a responder answers instead, late; with arping_dad it claims that address
+        with duplicate address detection probes while the command runs."""
+        self.add_namespace(ns, SEGMENT_SYSCTLS)
+        mac = host.get("mac", f"02:00:00:00:f0:{len(self.namespaces):02x}")
+        run("ip", "link", "add", "h0", "netns", ns, "address", mac, "type", "veth",
+            "peer", "name", peer, "netns", segment_ns)
+        run("ip", "-n", segment_ns, "link", "set", peer, "master", BRIDGE, "up")
+        run("ip", "-n", ns, "link", "set", "h0", "up")
+        address = host.get("address")
+        if address and "answer_delay_ms" in host:
+            self.start_helper(ns, [PYTHON, ARP_HOST, "--iface", "h0", "--mac", mac, "--address",
+                                   address.split("/")[0], "--delay-ms", str(host["answer_delay_ms"])])
+        elif address:
+            run("ip", "-n", ns, "addr", "add", address, "dev", "h0")
+        for stagger in (0, ARPING_STAGGER_S) if "arping_dad" in host else ():
+            time.sleep(stagger)
+            self.start_helper(ns, ARPING_DAD + ["-I", "h0", host["arping_dad"]], wait_ready=False)
+        say(f"host {host['name']} ({mac}): {address or 'no address'}"
+            f"{', answers after %s ms' % host['answer_delay_ms'] if 'answer_delay_ms' in host else ''}"
+            f"{', probing ' + host['arping_dad'] if 'arping_dad' in host else ''}")
+
+    def start_helper(self, ns, argv, wait_ready=True):
+        helper = subprocess.Popen(["ip", "netns", "exec", ns] + argv, stdout=subprocess.PIPE,
+                                  stderr=subprocess.DEVNULL, text=True, start_new_session=True)
+        self.simulators.append(helper)
+        if wait_ready and not helper.stdout.readline().startswith("ready"):
+            raise LabError(f"{argv[1]} did not start in {ns}")
 
     def start_simulator(self, name, segment):
         config = os.path.join(self.workdir, f"{name}.json")

@@ -157,3 +157,75 @@ TEST_F(ArpProbe, ListensForTheReverseArpTypeAndWaitsOneSecondAtMost)
         EXPECT_EQ(seen.size(), c.maxMs == 50 ? 0u : 60u) << c.name;
     }
 }
+
+namespace {
+
+const uint8_t kPlc[6] = {0x02, 0x00, 0x00, 0x00, 0xAA, 0x01};
+
+// An ARP frame from `sender` as it comes off the link, `length` bytes of it.
+Frame Heard(uint16_t operation, const uint8_t* sender, const char* senderIp, const char* targetIp, size_t length = 60)
+{
+    ARP_FIELDS f = {};
+    memcpy(f.aSrcMAC, sender, 6);
+    memcpy(f.aSenderMAC, sender, 6);
+    f.nOperation = operation;
+    f.dwSenderIP = inet_addr(senderIp);
+    f.dwTargetIP = inet_addr(targetIp);
+    Frame frame = Of(EncodeArp(f));
+    frame.resize(length);
+    return frame;
+}
+
+Frame With(Frame frame, size_t offset, uint8_t value)
+{
+    frame[offset] = value;
+    return frame;
+}
+
+} // namespace
+
+TEST(ArpFrame, ConflictProbeAsksForTheCandidateFromNoAddressToBroadcast)
+{
+    Frame expected(60);
+    memset(&expected[0], 0xFF, 6);
+    memcpy(&expected[6], kMac, 6);
+    const uint8_t head[] = {0x08, 0x06, 0x00, 0x01, 0x08, 0x00, 6, 4, 0x00, 0x01};
+    memcpy(&expected[12], head, sizeof(head));
+    memcpy(&expected[22], kMac, 6);
+    const uint8_t candidate[] = {192, 168, 1, 11};
+    memcpy(&expected[38], candidate, 4);
+    EXPECT_EQ(Of(EncodeArpConflictProbe(kMac, inet_addr("192.168.1.11"))), expected);
+}
+
+TEST(ArpFrame, ClaimOfEveryFrameAConflictProbeMayHear)
+{
+    const struct {
+        const char* name;
+        Frame frame;
+        ARP_CLAIM_KIND kind;
+        const char* address;
+    } cases[] = {
+        {"Linux answers a probe", Heard(2, kPlc, "192.168.1.11", "0.0.0.0"), ARP_CLAIM_REPLY, "192.168.1.11"},
+        {"unpadded, as a veth delivers it", Heard(2, kPlc, "192.168.1.11", "0.0.0.0", 42), ARP_CLAIM_REPLY,
+         "192.168.1.11"},
+        {"a request claims its sender address", Heard(1, kPlc, "192.168.1.11", "192.168.1.1"), ARP_CLAIM_REQUEST,
+         "192.168.1.11"},
+        {"an announcement", Heard(1, kPlc, "192.168.1.11", "192.168.1.11"), ARP_CLAIM_REQUEST, "192.168.1.11"},
+        {"another host probing", Heard(1, kPlc, "0.0.0.0", "192.168.1.11"), ARP_CLAIM_PROBE, "192.168.1.11"},
+        {"our own probe", Heard(1, kMac, "0.0.0.0", "192.168.1.11"), ARP_CLAIM_NONE, "0.0.0.0"},
+        {"our own reply", Heard(2, kMac, "192.168.1.5", "192.168.1.11"), ARP_CLAIM_NONE, "0.0.0.0"},
+        {"a reply from no address", Heard(2, kPlc, "0.0.0.0", "192.168.1.11"), ARP_CLAIM_NONE, "0.0.0.0"},
+        {"cut short", Heard(2, kPlc, "192.168.1.11", "0.0.0.0", 41), ARP_CLAIM_NONE, "0.0.0.0"},
+        {"reverse ARP", With(Heard(2, kPlc, "192.168.1.11", "0.0.0.0"), 13, 0x35), ARP_CLAIM_NONE, "0.0.0.0"},
+        {"operation 3", With(Heard(2, kPlc, "192.168.1.11", "0.0.0.0"), 21, 3), ARP_CLAIM_NONE, "0.0.0.0"},
+        {"hardware length 8", With(Heard(2, kPlc, "192.168.1.11", "0.0.0.0"), 18, 8), ARP_CLAIM_NONE, "0.0.0.0"},
+    };
+    for (const auto& c : cases) {
+        const ARP_CLAIM claim = ReadArpClaim(c.frame.data(), c.frame.size(), kMac);
+        EXPECT_EQ(claim.nKind, c.kind) << c.name;
+        EXPECT_EQ(claim.dwAddress, c.kind == ARP_CLAIM_NONE ? 0u : inet_addr(c.address)) << c.name;
+        if (c.kind != ARP_CLAIM_NONE) {
+            EXPECT_EQ(memcmp(claim.aMAC, kPlc, 6), 0) << c.name;
+        }
+    }
+}

@@ -1,5 +1,5 @@
-// The ARP probe's reply test: input = the local address as inet_addr gives it (4 bytes), then the
-// received frame. Decoding and encoding a frame's fields gives them back.
+// The ARP probe's reply test and the conflict probe's claim: input = the local address as inet_addr
+// gives it (4 bytes), then the received frame. Decoding and encoding a frame's fields gives them back.
 #include "Fuzz.h"
 
 #include "device/ArpFrame.h"
@@ -35,5 +35,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     FUZZ_CHECK(verdict != ARP_MATCH ||
                (fields.nOperation == 2 && localIP < 256 && memcmp(fields.aTargetMAC, mac, 6) == 0));
     FUZZ_CHECK(Same(DecodeArp(EncodeArp(fields)), fields));
+    // The conflict probe reads frames of any length; a claim names an address and another host.
+    const ARP_CLAIM claim = ReadArpClaim(data + (size > 4 ? 4 : size), size > 4 ? size - 4 : 0, mac);
+    FUZZ_CHECK(claim.nKind == ARP_CLAIM_NONE || (claim.dwAddress != 0 && memcmp(claim.aMAC, mac, 6) != 0));
     return 0;
 }

@@ -5,6 +5,7 @@
 #include "support/NetNamespace.h"
 #include "support/Records.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
@@ -45,6 +46,28 @@ void AddCamera(CInterface* itf, int n, const char* ip, const char* mask)
     itf->GetDeviceList()->push_back(new CDevice(nullptr, itf, aictest::MakeRecord(model)));
 }
 
+// Takes the addresses of a fixed list and logs every round it is asked.
+class FakeProber : public IAddressProber {
+public:
+    FakeProber(std::vector<std::string> taken, std::vector<std::vector<std::string>>* rounds)
+        : m_taken(std::move(taken)), m_rounds(rounds)
+    {
+    }
+    std::vector<bool> Probe(const std::vector<unsigned int>& candidates) override
+    {
+        m_rounds->push_back(Texts(candidates));
+        std::vector<bool> taken;
+        for (const std::string& ip : m_rounds->back()) {
+            taken.push_back(std::find(m_taken.begin(), m_taken.end(), ip) != m_taken.end());
+        }
+        return taken;
+    }
+
+private:
+    std::vector<std::string> m_taken;
+    std::vector<std::vector<std::string>>* m_rounds;
+};
+
 class Planner : public CIPConfigAllDevices {
 public:
     explicit Planner(CInterface* itf) : CIPConfigAllDevices(itf)
@@ -69,7 +92,52 @@ public:
         return models;
     }
     void Select(size_t count) { m_vecConfigDevice.assign(count, nullptr); }
+    void ProbeWith(std::vector<std::string> taken)
+    {
+        m_fake = true;
+        m_probeTaken = std::move(taken);
+    }
+
+    std::vector<std::vector<std::string>> m_rounds;
+
+protected:
+    std::unique_ptr<IAddressProber> _CreateProber(const PROBE_LINK& link) override
+    {
+        if (!m_fake) {
+            return CIPConfigAllDevices::_CreateProber(link);
+        }
+        return std::unique_ptr<IAddressProber>(new FakeProber(m_probeTaken, &m_rounds));
+    }
+
+private:
+    bool m_fake = false;
+    std::vector<std::string> m_probeTaken;
 };
+
+using Rounds = std::vector<std::vector<std::string>>;
+
+struct SEARCH {
+    bool enough;
+    std::vector<std::string> found;
+    Rounds rounds;
+};
+
+// One candidate search with `listed` already recorded; a fake prober answers for `answered` unless null.
+SEARCH Search(const char* ip, const char* mask, const std::vector<const char*>& listed, size_t wanted,
+              const std::vector<std::string>* answered = nullptr)
+{
+    CIPConfigAllDevices::Clear();
+    Planner::Taken(listed);
+    auto itf = MakeInterface(ip, mask);
+    Planner planner(itf.get());
+    if (answered != nullptr) {
+        planner.ProbeWith(*answered);
+    }
+    planner.Select(wanted);
+    std::vector<unsigned int> list;
+    const bool enough = planner.GetIPList(&list);
+    return SEARCH{enough, Texts(list), planner.m_rounds};
+}
 
 class PlannerTest : public aictest::NetNamespaceTest {
 protected:
@@ -154,13 +222,41 @@ TEST_F(PlannerTest, CandidatesRunFromNetworkPlus11ToBroadcastMinus1WithCarries)
         {"10.0.2.5", "255.255.254.0", {}, 1, true, {"10.0.2.11"}},
     };
     for (const auto& c : cases) {
-        CIPConfigAllDevices::Clear();
-        Planner::Taken(c.taken);
-        auto itf = MakeInterface(c.ip, c.mask);
-        Planner planner(itf.get());
-        planner.Select(c.wanted);
-        std::vector<unsigned int> list;
-        EXPECT_EQ(planner.GetIPList(&list), c.enough) << c.ip << "/" << c.mask;
-        EXPECT_EQ(Texts(list), c.found) << c.ip << "/" << c.mask;
+        const SEARCH search = Search(c.ip, c.mask, c.taken, c.wanted);
+        EXPECT_EQ(search.enough, c.enough) << c.ip << "/" << c.mask;
+        EXPECT_EQ(search.found, c.found) << c.ip << "/" << c.mask;
+    }
+}
+
+TEST(PlannerRounds, ProbesAsManyAsStillWantedAndReplacesTakenOnesInAddressOrder)
+{
+    const struct {
+        const char* name;
+        const char* ip;
+        const char* mask;
+        std::vector<const char*> listed;
+        std::vector<std::string> answered;
+        size_t wanted;
+        Rounds rounds;
+        bool enough;
+        std::vector<std::string> found;
+    } cases[] = {
+        {"all free in one round", "192.168.1.5", "255.255.255.0", {}, {}, 3,
+         {{"192.168.1.11", "192.168.1.12", "192.168.1.13"}}, true,
+         {"192.168.1.11", "192.168.1.12", "192.168.1.13"}},
+        {"taken ones replaced", "192.168.1.5", "255.255.255.0", {}, {"192.168.1.12", "192.168.1.14"}, 3,
+         {{"192.168.1.11", "192.168.1.12", "192.168.1.13"}, {"192.168.1.14"}, {"192.168.1.15"}}, true,
+         {"192.168.1.11", "192.168.1.13", "192.168.1.15"}},
+        {"the list before the wire", "192.168.1.5", "255.255.255.0", {"192.168.1.11"}, {"192.168.1.13"}, 2,
+         {{"192.168.1.12", "192.168.1.13"}, {"192.168.1.14"}}, true, {"192.168.1.12", "192.168.1.14"}},
+        {"the range ends", "10.0.0.241", "255.255.255.240", {}, {"10.0.0.252", "10.0.0.253"}, 3,
+         {{"10.0.0.251", "10.0.0.252", "10.0.0.253"}, {"10.0.0.254"}}, false, {"10.0.0.251", "10.0.0.254"}},
+        {"nothing wanted, nothing probed", "192.168.1.5", "255.255.255.0", {}, {}, 0, {}, true, {}},
+    };
+    for (const auto& c : cases) {
+        const SEARCH search = Search(c.ip, c.mask, c.listed, c.wanted, &c.answered);
+        EXPECT_EQ(search.enough, c.enough) << c.name;
+        EXPECT_EQ(search.found, c.found) << c.name;
+        EXPECT_EQ(search.rounds, c.rounds) << c.name;
     }
 }

@@ -1,0 +1,136 @@
+#include "device/ArpConflict.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <linux/if_ether.h>
+#include <linux/if_packet.h>
+#include <net/if.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+// Room for the answers to a round of a few thousand candidates.
+const int kReceiveBuffer = 1 << 20;
+
+bool AllClaimed(const std::vector<ARP_CLAIM>& claims)
+{
+    for (const ARP_CLAIM& claim : claims) {
+        if (claim.nKind == ARP_CLAIM_NONE) {
+            return false;
+        }
+    }
+    return true;
+}
+
+long long NowMs()
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+} // namespace
+
+CArpConflictProbe::CArpConflictProbe() : m_nSocket(-1), m_aMAC() {}
+
+CArpConflictProbe::~CArpConflictProbe()
+{
+    Close();
+}
+
+bool CArpConflictProbe::Open(const std::string& device, const uint8_t* mac)
+{
+    Close();
+    memcpy(m_aMAC, mac, sizeof(m_aMAC));
+    const unsigned int index = if_nametoindex(device.substr(0, device.find(':')).c_str());
+    if (index == 0) {
+        return false;
+    }
+    // Protocol 0 until bound: no frame is queued before the filter is in place.
+    m_nSocket = socket(AF_PACKET, SOCK_RAW, 0);
+    if (m_nSocket < 0) {
+        return false;
+    }
+    std::vector<sock_filter> program = BuildArpFilter();
+    const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
+    sockaddr_ll link;
+    memset(&link, 0, sizeof(link));
+    link.sll_family = AF_PACKET;
+    link.sll_protocol = htons(ETH_P_ARP);
+    link.sll_ifindex = static_cast<int>(index);
+    if (setsockopt(m_nSocket, SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof(filter)) != 0 ||
+        bind(m_nSocket, reinterpret_cast<const sockaddr*>(&link), sizeof(link)) != 0) {
+        Close();
+        return false;
+    }
+    // Without the right to exceed the kernel's cap, as much as the cap allows.
+    if (setsockopt(m_nSocket, SOL_SOCKET, SO_RCVBUFFORCE, &kReceiveBuffer, sizeof(kReceiveBuffer)) != 0) {
+        setsockopt(m_nSocket, SOL_SOCKET, SO_RCVBUF, &kReceiveBuffer, sizeof(kReceiveBuffer));
+    }
+    return true;
+}
+
+void CArpConflictProbe::Close()
+{
+    if (m_nSocket != -1) {
+        close(m_nSocket);
+        m_nSocket = -1;
+    }
+}
+
+std::vector<ARP_CLAIM> CArpConflictProbe::Round(const std::vector<uint32_t>& candidates)
+{
+    std::vector<ARP_CLAIM> claims(candidates.size(), ARP_CLAIM{ARP_CLAIM_NONE, 0, {0}});
+    const long long start = NowMs();
+    // A round whose candidates are all taken has nothing left to learn.
+    for (unsigned int probe = 0; probe < kArpProbesPerRound && !AllClaimed(claims); ++probe) {
+        __SendProbes(candidates, claims);
+        const unsigned int next = probe + 1 < kArpProbesPerRound ? (probe + 1) * kArpProbeIntervalMs : kArpRoundMs;
+        __Listen(candidates, claims, start + next);
+    }
+    return claims;
+}
+
+// A candidate already claimed is not probed again.
+void CArpConflictProbe::__SendProbes(const std::vector<uint32_t>& candidates, const std::vector<ARP_CLAIM>& claims)
+{
+    for (size_t i = 0; i < candidates.size(); ++i) {
+        if (claims[i].nKind == ARP_CLAIM_NONE) {
+            const ARP_PACKET frame = EncodeArpConflictProbe(m_aMAC, candidates[i]);
+            send(m_nSocket, &frame, sizeof(frame), 0);
+        }
+    }
+}
+
+void CArpConflictProbe::__Listen(const std::vector<uint32_t>& candidates, std::vector<ARP_CLAIM>& claims,
+                                 long long untilMs)
+{
+    uint8_t frame[sizeof(ARP_PACKET)];
+    for (long long now = NowMs(); now < untilMs && !AllClaimed(claims); now = NowMs()) {
+        pollfd ready = {m_nSocket, POLLIN, 0};
+        const int polled = poll(&ready, 1, static_cast<int>(untilMs - now));
+        if (polled < 0 && errno != EINTR) {
+            return;
+        }
+        if (polled <= 0) {
+            continue;
+        }
+        const ssize_t length = recv(m_nSocket, frame, sizeof(frame), 0);
+        if (length < 0) {
+            continue;
+        }
+        const ARP_CLAIM claim = ReadArpClaim(frame, static_cast<size_t>(length), m_aMAC);
+        if (claim.nKind == ARP_CLAIM_NONE) {
+            continue;
+        }
+        const auto it = std::find(candidates.begin(), candidates.end(), claim.dwAddress);
+        if (it != candidates.end() && claims[it - candidates.begin()].nKind == ARP_CLAIM_NONE) {
+            claims[it - candidates.begin()] = claim;
+        }
+    }
+}

@@ -3,6 +3,7 @@
 #include "app/Options.h"
 #include "app/UpdateDevThread.h"
 #include "app/cconfigalldevicesthread.h"
+#include "common/Diagnostics.h"
 #include "common/ipcalc.h"
 #include "device/Device.h"
 #include "device/DeviceManager.h"
@@ -104,11 +105,16 @@ void* OnThreadReUpdateDeviceList(void* options)
     std::vector<CDevice*> devices;
     manager->GetAllDevice(&devices);
     std::vector<std::string> ids;
+    std::vector<std::string> labels;
     for (CDevice* device : devices) {
         ids.push_back(device->GetDevID());
+        if (GenICam::Client::Helper::IsDiagnostics()) {
+            labels.push_back(device->GetIF()->GetInterfaceDescription() + ": camera " + device->GetStrMac());
+        }
     }
     CUpdateDevThread* update = new (std::nothrow) CUpdateDevThread(manager, 1, ids);
     if (update != nullptr) {
+        update->SetDevLabels(labels);
         update->ShowProgress(options == nullptr || !static_cast<const RUN_OPTIONS*>(options)->bJson);
         update->run();
         delete update;

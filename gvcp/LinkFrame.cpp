@@ -78,6 +78,29 @@ LINK_FRAME_ERROR DecodeUdpFrame(const uint8_t* frame, size_t length, LINK_UDP_DA
     return LINK_FRAME_ERROR::NONE;
 }
 
+const char* LinkFrameErrorText(LINK_FRAME_ERROR error)
+{
+    switch (error) {
+    case LINK_FRAME_ERROR::NONE:
+        return "no error";
+    case LINK_FRAME_ERROR::TRUNCATED:
+        return "truncated";
+    case LINK_FRAME_ERROR::NOT_IPV4:
+        return "not IPv4";
+    case LINK_FRAME_ERROR::BAD_HEADER_LENGTH:
+        return "bad IPv4 header length";
+    case LINK_FRAME_ERROR::BAD_CHECKSUM:
+        return "bad IPv4 checksum";
+    case LINK_FRAME_ERROR::FRAGMENT:
+        return "fragment";
+    case LINK_FRAME_ERROR::NOT_UDP:
+        return "not UDP";
+    case LINK_FRAME_ERROR::BAD_UDP_LENGTH:
+        return "bad UDP length";
+    }
+    return "unknown";
+}
+
 std::vector<sock_filter> BuildAckFilter(uint32_t interfaceIP, uint32_t subnetBroadcast, uint16_t localPort)
 {
     enum : unsigned { kPorts = 13, kDrop = 19 };

@@ -172,7 +172,7 @@ class Lab:
         run("ip", "-n", segment_ns, "link", "set", peer, "master", BRIDGE, "up")
         if "mtu" in itf:
             run("ip", "-n", ns, "link", "set", name, "mtu", str(itf["mtu"]))
-        run("ip", "-n", ns, "link", "set", name, "up")
+        run("ip", "-n", ns, "link", "set", name, "down" if itf.get("down") else "up")
         for index, address in enumerate(itf.get("addresses", [])):
             label = name if index == 0 else f"{name}:{index}"
             run("ip", "-n", ns, "addr", "add", address, "brd", "+", "dev", name, "label", label)

@@ -30,7 +30,7 @@ BRIDGE = "br0"
 EXIT_TIMEOUT = 124
 EXIT_LAB_FAILED = 125
 EXIT_INTERRUPTED = 130
-INTERFACE_KEYS = {"name", "mac", "addresses", "gateway", "routes", "mtu", "segment",
+INTERFACE_KEYS = {"name", "mac", "addresses", "gateway", "routes", "mtu", "down", "segment",
                   "cameras", "generate"}
 SYSCTL_KEY = re.compile(r"net/(core|ipv4|ipv6)(/[\w.-]+)+")
 # Drops the raw-network right for good: from the bounding set and from what an exec may inherit.

@@ -176,8 +176,12 @@ void SelectInterfaces(const std::vector<std::string>& names)
 
 const IP_ASSIGNMENT* FindAssignment(const CDevice* device)
 {
+    return FindAssignment(device->GetDevID());
+}
+
+const IP_ASSIGNMENT* FindAssignment(const std::string& id)
+{
     const std::vector<IP_ASSIGNMENT>& assignments = CIPConfigAllDevices::GetAssignments();
-    const std::string id = device->GetDevID();
     for (const IP_ASSIGNMENT& assignment : assignments) {
         if (assignment.strDevID == id) {
             return &assignment;

@@ -1,5 +1,7 @@
 #include "app/UpdateDevThread.h"
 
+#include "app/Driver.h"
+
 #include "common/Diagnostics.h"
 #include "common/StopWatch.h"
 #include "common/ipcalc.h"
@@ -124,13 +126,9 @@ void CUpdateDevThread::__DiagPass(int pass)
     if (!GenICam::Client::Helper::IsDiagnostics() || m_vecDevLabel.size() != m_vecDevID.size()) {
         return;
     }
-    const std::vector<IP_ASSIGNMENT>& assignments = CIPConfigAllDevices::GetAssignments();
     size_t back = 0;
     for (size_t i = 0; i < m_vecDevID.size(); ++i) {
-        const IP_ASSIGNMENT* sent = nullptr;
-        for (const IP_ASSIGNMENT& assignment : assignments) {
-            sent = assignment.strDevID == m_vecDevID[i] ? &assignment : sent;
-        }
+        const IP_ASSIGNMENT* sent = FindAssignment(m_vecDevID[i]);
         CDevice* device = nullptr;
         const bool found = m_pDeviceManager->GetDevObjByID(m_vecDevID[i], &device);
         back += found ? 1 : 0;

@@ -5,7 +5,7 @@ Runs the standard and the scale scenarios, and Aravis's arv-tool-0.8 beside the 
 each run wrapped by bench/measure.py in the lab's host namespace, and writes
 results.md (tables), results.json (one summary per run) and results.png (plot).
 
-usage: bench.py --tool PATH [--quick | --smoke | --verbose-cost] [--out DIR] [--render-only]
+usage: bench.py --tool PATH [--quick | --smoke | --verbose-cost [--baseline PATH]] [--out DIR] [--render-only]
 """
 
 import argparse
@@ -317,14 +317,17 @@ def run_case(case, tool, arv_runs, shim, workdir):
 VERBOSE_RUNS = 5
 
 
-def run_verbose_cost(tool, workdir):
-    """The standard cases without and with --verbose, alternating, so load drifts hit both alike."""
+def run_verbose_cost(tool, workdir, baseline=None):
+    """The standard cases without and with --verbose, and with a baseline build when given, in turn,
+    so load drifts hit all alike."""
     runs, cases_seen = [], []
     for case in cases("full", workdir):
         if case["kind"] != "standard":
             continue
         cases_seen.append({k: case[k] for k in ("key", "label", "kind", "present", "interfaces", "window")})
         for _ in range(VERBOSE_RUNS):
+            if baseline:
+                runs.append(run_tool(case, baseline, workdir, "baseline"))
             runs.append(run_tool(case, tool, workdir))
             runs.append(run_tool(case, tool, workdir, "verbose", args=("--verbose",)))
     return {"cases": cases_seen, "runs": runs}
@@ -512,26 +515,30 @@ def stock_section(results):
 
 
 def verbose_section(verbose):
+    variants = [v for v in ("baseline", None, "verbose") if runs_of(verbose, verbose["cases"][0]["key"], variant=v)]
+    names = {"baseline": "baseline", None: "plain", "verbose": "-v"}
+    header = ["scenario", "runs each"]
+    for figure in ("run time (s)", "own overhead (ms)", "CPU (ms)", "peak RSS (MiB)"):
+        header += [f"{figure}, {names[v]}" for v in variants]
     rows = []
     for case in verbose["cases"]:
-        plain, loud = (runs_of(verbose, case["key"], variant=v) for v in (None, "verbose"))
-        cpu = [median([(r["user_s"] + r["sys_s"]) * 1000 for r in runs]) for runs in (plain, loud)]
-        rows.append([case["label"], len(plain), fmt(median([r["wall_s"] for r in plain]), 3),
-                     fmt(median([r["wall_s"] for r in loud]), 3),
-                     fmt(median([own_overhead(r) * 1000 for r in plain]), 0),
-                     fmt(median([own_overhead(r) * 1000 for r in loud]), 0), fmt(cpu[0], 1), fmt(cpu[1], 1),
-                     fmt(median([r["maxrss_kib"] / 1024 for r in plain]), 2),
-                     fmt(median([r["maxrss_kib"] / 1024 for r in loud]), 2),
-                     "yes" if {r["forced"] for r in plain} == {r["forced"] for r in loud} else "no"])
+        runs = [runs_of(verbose, case["key"], variant=v) for v in variants]
+        row = [case["label"], len(runs[0])]
+        row += [fmt(median([r["wall_s"] for r in each]), 3) for each in runs]
+        row += [fmt(median([own_overhead(r) * 1000 for r in each]), 0) for each in runs]
+        row += [fmt(median([(r["user_s"] + r["sys_s"]) * 1000 for r in each]), 1) for each in runs]
+        row += [fmt(median([r["maxrss_kib"] / 1024 for r in each]), 2) for each in runs]
+        same = len({r["forced"] for each in runs for r in each}) == 1
+        rows.append(row + ["yes" if same else "no"])
     return "\n\n".join([
         "## 6. Cost of --verbose",
-        f"`bench/run --verbose-cost`: the standard cases of section 1, {VERBOSE_RUNS} runs each without and with "
-        "`--verbose`, alternating; the diagnostics go to a pipe read by the lab. Own overhead as in section 1; "
-        "CPU = user + sys of the tool's own process (wait4), peak RSS from GNU time. Medians. Same moves = the "
-        "number of cameras re-addressed is the same in every run of both.",
-        table(["scenario", "runs each", "run time (s)", "run time -v (s)", "own overhead (ms)",
-               "own overhead -v (ms)", "CPU (ms)", "CPU -v (ms)", "peak RSS (MiB)", "peak RSS -v (MiB)",
-               "same moves"], rows)])
+        f"`bench/run --verbose-cost [--baseline PATH]`: the standard cases of section 1, {VERBOSE_RUNS} runs each of "
+        "the build before the diagnostics existed (baseline, when given), of this build without and with "
+        "`--verbose`, in turn; the diagnostics go to a pipe read by the lab. Own overhead as in section 1; "
+        "CPU = user + sys of the tool's own process (wait4), peak RSS from GNU time. Medians. Same moves = "
+        f"every run re-addressed the same number of cameras. Run on {verbose['machine']['date']}, tool at "
+        f"{verbose['machine']['commit']}.",
+        table(header + ["same moves"], rows)])
 
 
 def render_markdown(results, path, verbose=None):
@@ -597,6 +604,7 @@ def parse_args():
     group.add_argument("--smoke", action="store_true", help="one small run of each kind (under a minute)")
     group.add_argument("--verbose-cost", action="store_true",
                        help="only the standard cases without and with --verbose (results_verbose.json)")
+    parser.add_argument("--baseline", help="with --verbose-cost: an earlier build to run beside them")
     parser.add_argument("--out", default=BENCH, help="directory for results.md, results.json, results.png")
     parser.add_argument("--render-only", action="store_true", help="redraw from OUT/results.json")
     return parser.parse_args()
@@ -611,7 +619,9 @@ def main():
         if not args.render_only and (os.geteuid() != 0 or not args.tool):
             sys.exit("bench.py: needs root (the labs are network namespaces) and --tool")
         if args.verbose_cost:
-            verbose = dict(run_verbose_cost(os.path.abspath(args.tool), workdir), machine=machine_facts(args.tool))
+            baseline = os.path.abspath(args.baseline) if args.baseline else None
+            verbose = dict(run_verbose_cost(os.path.abspath(args.tool), workdir, baseline),
+                           machine=machine_facts(args.tool))
             with open(paths["verbose"], "w", encoding="utf-8") as f:
                 json.dump(verbose, f, indent=1)
         verbose = None

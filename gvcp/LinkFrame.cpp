@@ -80,25 +80,13 @@ LINK_FRAME_ERROR DecodeUdpFrame(const uint8_t* frame, size_t length, LINK_UDP_DA
 
 const char* LinkFrameErrorText(LINK_FRAME_ERROR error)
 {
-    switch (error) {
-    case LINK_FRAME_ERROR::NONE:
-        return "no error";
-    case LINK_FRAME_ERROR::TRUNCATED:
-        return "truncated";
-    case LINK_FRAME_ERROR::NOT_IPV4:
-        return "not IPv4";
-    case LINK_FRAME_ERROR::BAD_HEADER_LENGTH:
-        return "bad IPv4 header length";
-    case LINK_FRAME_ERROR::BAD_CHECKSUM:
-        return "bad IPv4 checksum";
-    case LINK_FRAME_ERROR::FRAGMENT:
-        return "fragment";
-    case LINK_FRAME_ERROR::NOT_UDP:
-        return "not UDP";
-    case LINK_FRAME_ERROR::BAD_UDP_LENGTH:
-        return "bad UDP length";
-    }
-    return "unknown";
+    // In the enumeration's order.
+    static const char* const kTexts[kLinkFrameErrorCount] = {
+        "no error", "truncated", "not IPv4", "bad IPv4 header length", "bad IPv4 checksum", "fragment", "not UDP",
+        "bad UDP length",
+    };
+    const size_t index = static_cast<size_t>(error);
+    return index < kLinkFrameErrorCount ? kTexts[index] : "unknown";
 }
 
 std::vector<sock_filter> BuildAckFilter(uint32_t interfaceIP, uint32_t subnetBroadcast, uint16_t localPort)

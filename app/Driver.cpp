@@ -3,6 +3,7 @@
 #include "app/Options.h"
 #include "app/UpdateDevThread.h"
 #include "app/cconfigalldevicesthread.h"
+#include "common/Diagnostics.h"
 #include "common/ipcalc.h"
 #include "device/Device.h"
 #include "device/DeviceManager.h"
@@ -110,11 +111,16 @@ void* OnThreadReUpdateDeviceList(void* options)
     std::vector<CDevice*> devices;
     manager->GetAllDevice(&devices);
     std::vector<std::string> ids;
+    std::vector<std::string> labels;
     for (CDevice* device : devices) {
         ids.push_back(device->GetDevID());
+        if (GenICam::Client::Helper::IsDiagnostics()) {
+            labels.push_back(device->GetIF()->GetInterfaceDescription() + ": camera " + device->GetStrMac());
+        }
     }
     CUpdateDevThread* update = new (std::nothrow) CUpdateDevThread(manager, UPDATE_DEV_UNTIL_FOUND, ids);
     if (update != nullptr) {
+        update->SetDevLabels(labels);
         update->ShowProgress(options == nullptr || !static_cast<const RUN_OPTIONS*>(options)->bJson);
         update->run();
         delete update;
@@ -176,8 +182,12 @@ void SelectInterfaces(const std::vector<std::string>& names)
 
 const IP_ASSIGNMENT* FindAssignment(const CDevice* device)
 {
+    return FindAssignment(device->GetDevID());
+}
+
+const IP_ASSIGNMENT* FindAssignment(const std::string& id)
+{
     const std::vector<IP_ASSIGNMENT>& assignments = CIPConfigAllDevices::GetAssignments();
-    const std::string id = device->GetDevID();
     for (const IP_ASSIGNMENT& assignment : assignments) {
         if (assignment.strDevID == id) {
             return &assignment;

@@ -26,3 +26,4 @@ void PrintDeviceInfo(GenICam::Client::CInterface* itf);
 void SelectInterfaces(const std::vector<std::string>& names);
 // The address the planner gave (or would give) the device in this run; null when none.
 const IP_ASSIGNMENT* FindAssignment(const GenICam::Client::CDevice* device);
+const IP_ASSIGNMENT* FindAssignment(const std::string& devID);

@@ -220,6 +220,17 @@ Json InterfacesJson()
     return interfaces;
 }
 
+Json SkippedJson(const std::vector<GenICam::Client::INTERFACE_VERDICT>& verdicts)
+{
+    Json skipped = Json::array();
+    for (const GenICam::Client::INTERFACE_VERDICT& verdict : verdicts) {
+        if (!verdict.bUsed) {
+            skipped.push_back({{"name", verdict.stEntry.strName}, {"reason", verdict.strReason}});
+        }
+    }
+    return skipped;
+}
+
 } // namespace
 
 void RememberFirstCameras()
@@ -233,13 +244,15 @@ void RememberFirstCameras()
     }
 }
 
-void PrintJsonReport(const char* result, bool withInterfaces)
+void PrintJsonReport(const char* result, bool withInterfaces,
+                     const std::vector<GenICam::Client::INTERFACE_VERDICT>& verdicts)
 {
     const Json report = {
         {"version", AIC_VERSION},
         {"result", result},
         {"dry_run", CIPConfigAllDevices::IsDryRun()},
         {"interfaces", withInterfaces ? InterfacesJson() : Json::array()},
+        {"skipped_interfaces", SkippedJson(verdicts)},
     };
     // Camera texts are whatever bytes came off the wire: invalid UTF-8 becomes U+FFFD.
     printf("%s\n", report.dump(2, ' ', false, Json::error_handler_t::replace).c_str());

@@ -1,16 +1,14 @@
 #include "app/Options.h"
 
-#include "common/InstanceFactory.h"
-#include "device/NICAdapter.h"
+#include "device/InterfaceSurvey.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <getopt.h>
 
-using GenICam::Client::CInstanceFactory;
-using GenICam::Client::INICAdapter;
-using GenICam::Client::NIC_INFO;
+using GenICam::Client::INTERFACE_VERDICT;
+using GenICam::Client::SurveyInterfaces;
 
 namespace {
 
@@ -24,6 +22,7 @@ const option kLongOptions[] = {
     {"version", no_argument, nullptr, 'V'},
     {"standard", no_argument, nullptr, 's'},
     {"check-conflicts", no_argument, nullptr, 'c'},
+    {"verbose", no_argument, nullptr, 'v'},
     {nullptr, 0, nullptr, 0},
 };
 
@@ -39,25 +38,22 @@ std::string UsageProblem(int code, char* argv[])
     if (optopt == 0) {
         return "unknown option '" + word + "'";
     }
-    if (optopt == kJsonOption || strchr("nhVsc", optopt) != nullptr) {
+    if (optopt == kJsonOption || strchr("nhVscv", optopt) != nullptr) {
         return "option '" + word.substr(0, word.find('=')) + "' takes no value";
     }
     return "unknown option '" + letter + "'";
 }
 
-std::vector<std::string> HostInterfaceNames()
+// The verdict of a named interface: a used entry of that name wins over a skipped one.
+const INTERFACE_VERDICT* FindVerdict(const std::vector<INTERFACE_VERDICT>& verdicts, const std::string& name)
 {
-    std::vector<NIC_INFO> nics;
-    INICAdapter* adapter = CInstanceFactory::CreateNICAdapterIntstance();
-    if (adapter != nullptr) {
-        adapter->GetInterfaceList(nics);
-        CInstanceFactory::DestoryNICAdapterIntstance(adapter);
+    const INTERFACE_VERDICT* found = nullptr;
+    for (const INTERFACE_VERDICT& verdict : verdicts) {
+        if (verdict.stEntry.strName == name && (found == nullptr || verdict.bUsed)) {
+            found = &verdict;
+        }
     }
-    std::vector<std::string> names;
-    for (const NIC_INFO& nic : nics) {
-        names.push_back(nic.strDescription);
-    }
-    return names;
+    return found;
 }
 
 } // namespace
@@ -68,12 +64,16 @@ bool ParseOptions(int argc, char* argv[], RUN_OPTIONS* options, std::string* pro
     optind = 1;
     int code = 0;
     // The leading ':' tells a missing value apart from an unknown option.
-    while ((code = getopt_long(argc, argv, ":ni:hVsc", kLongOptions, nullptr)) != -1) {
+    while ((code = getopt_long(argc, argv, ":ni:hVscv", kLongOptions, nullptr)) != -1) {
         switch (code) {
         case 'n':
             options->bDryRun = true;
             break;
         case 'i':
+            if (*optarg == '\0') {
+                *problem = "empty interface name";
+                return false;
+            }
             options->vecInterface.push_back(optarg);
             break;
         case kJsonOption:
@@ -91,6 +91,9 @@ bool ParseOptions(int argc, char* argv[], RUN_OPTIONS* options, std::string* pro
         case 'c':
             options->bCheckConflicts = true;
             break;
+        case 'v':
+            options->bVerbose = true;
+            break;
         default:
             *problem = UsageProblem(code, argv);
             return false;
@@ -103,15 +106,19 @@ bool ParseOptions(int argc, char* argv[], RUN_OPTIONS* options, std::string* pro
     return true;
 }
 
-std::string FindUnknownInterface(const std::vector<std::string>& names)
+std::string FindInterfaceProblem(const std::vector<std::string>& names)
 {
     if (names.empty()) {
         return std::string();
     }
-    const std::vector<std::string> known = HostInterfaceNames();
+    const std::vector<INTERFACE_VERDICT> verdicts = SurveyInterfaces(names);
     for (const std::string& name : names) {
-        if (std::find(known.begin(), known.end(), name) == known.end()) {
-            return name;
+        const INTERFACE_VERDICT* verdict = FindVerdict(verdicts, name);
+        if (verdict == nullptr) {
+            return "no interface named '" + name + "'";
+        }
+        if (!verdict->bUsed) {
+            return "interface '" + name + "' is not used: " + verdict->strReason;
         }
     }
     return std::string();
@@ -120,6 +127,7 @@ std::string FindUnknownInterface(const std::vector<std::string>& names)
 void PrintHelp()
 {
     printf("Usage: autoipconfig [OPTION]...\n"
+           "Finds GigE Vision cameras and re-addresses those outside their interface's subnet; needs root or CAP_NET_RAW; man 8 autoipconfig\n"
            "  -n, --dry-run          discover and plan, but send no force-IP; show the plan\n"
            "  -i, --interface NAME   work on this interface only (repeat for several)\n"
            "      --json             print the report as one JSON document\n"
@@ -127,7 +135,8 @@ void PrintHelp()
            "                         store the new address in them (cameras of any maker)\n"
            "  -c, --check-conflicts  probe candidate addresses as RFC 5227 does, all at once\n"
            "  -h, --help             print this help and exit\n"
-           "  -V, --version          print the version and exit\n");
+           "  -V, --version          print the version and exit\n"
+           "  -v, --verbose          say on standard error what the run sees and decides, and why\n");
 }
 
 void PrintVersion()

@@ -11,14 +11,16 @@ struct RUN_OPTIONS {
     bool bVersion = false;
     bool bStandard = false;
     bool bCheckConflicts = false;
+    bool bVerbose = false;
     std::vector<std::string> vecInterface;
 };
 
 // Fills options from argv; false with the problem in one phrase when the command line is wrong.
 bool ParseOptions(int argc, char* argv[], RUN_OPTIONS* options, std::string* problem);
 
-// The first of the names that no interface entry of the host carries; empty when all exist.
-std::string FindUnknownInterface(const std::vector<std::string>& names);
+// Why the first unusable name cannot be worked on (no such interface, or the reason the run skips
+// it); empty when the run uses every name.
+std::string FindInterfaceProblem(const std::vector<std::string>& names);
 
 void PrintHelp();
 void PrintVersion();

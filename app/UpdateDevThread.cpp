@@ -1,11 +1,20 @@
 #include "app/UpdateDevThread.h"
 
+#include "app/Driver.h"
+
+#include "common/Diagnostics.h"
 #include "common/StopWatch.h"
+#include "common/ipcalc.h"
+#include "device/Device.h"
 #include "device/DeviceManager.h"
+#include "device/Interface.h"
+#include "device/TL.h"
+#include "ipconfig/IPConfigAllDevices.h"
 
 #include <cstdio>
 #include <unistd.h>
 
+using GenICam::Client::CDevice;
 using GenICam::Client::CDeviceManager;
 using GenICam::Client::CStopWatch;
 
@@ -54,6 +63,11 @@ void CUpdateDevThread::ShowProgress(bool show)
     m_bShowProgress = show;
 }
 
+void CUpdateDevThread::SetDevLabels(const std::vector<std::string>& labels)
+{
+    m_vecDevLabel = labels;
+}
+
 void CUpdateDevThread::__SetUpdateDevStatus(bool success)
 {
     m_bUpdateSuccess = success;
@@ -62,6 +76,13 @@ void CUpdateDevThread::__SetUpdateDevStatus(bool success)
 void CUpdateDevThread::__RunOnce()
 {
     __Enumerate();
+    if (GenICam::Client::Helper::IsDiagnostics()) {
+        size_t cameras = 0;  // counted without GetAllDevice, which clears the same-address flags
+        for (GenICam::Client::CInterface* itf : *m_pDeviceManager->GetTLObject()->GetCurInterfaceList()) {
+            cameras += itf->GetDeviceList()->size();
+        }
+        GenICam::Client::Helper::Diag("first enumeration: %zu cameras", cameras);
+    }
 }
 
 // One dot per pass; gives up after the first pass that ends more than 25 s after the start.
@@ -71,9 +92,11 @@ void CUpdateDevThread::__RunUntilFound()
     CStopWatch watch;
     watch.Start();
     m_nRunning = 1;
+    int pass = 0;
     while (m_nRunning != 0) {
         __Print(".");
         __Enumerate();
+        __DiagPass(++pass);
         if (m_pDeviceManager->CheckDeviceFromList(m_vecDevID)) {
             m_nRunning = 0;
             __EndLine();
@@ -95,6 +118,29 @@ void CUpdateDevThread::__Enumerate()
         m_strError = m_pDeviceManager->GetLastErrorDescription();
         __SetUpdateDevStatus(false);
     }
+}
+
+// Moved cameras: back, and at which address; any camera: still missing.
+void CUpdateDevThread::__DiagPass(int pass)
+{
+    if (!GenICam::Client::Helper::IsDiagnostics() || m_vecDevLabel.size() != m_vecDevID.size()) {
+        return;
+    }
+    size_t back = 0;
+    for (size_t i = 0; i < m_vecDevID.size(); ++i) {
+        const IP_ASSIGNMENT* sent = FindAssignment(m_vecDevID[i]);
+        CDevice* device = nullptr;
+        const bool found = m_pDeviceManager->GetDevObjByID(m_vecDevID[i], &device);
+        back += found ? 1 : 0;
+        const std::string target = sent == nullptr ? std::string("not moved") : "sent " + DottedText(sent->nNewIP);
+        if (found && sent != nullptr) {
+            GenICam::Client::Helper::Diag("%s: answered at %s (%s)", m_vecDevLabel[i].c_str(),
+                                          device->GetStrIP().c_str(), target.c_str());
+        } else if (!found) {
+            GenICam::Client::Helper::Diag("%s: still missing (%s)", m_vecDevLabel[i].c_str(), target.c_str());
+        }
+    }
+    GenICam::Client::Helper::Diag("confirmation pass %d: %zu of %zu cameras answered", pass, back, m_vecDevID.size());
 }
 
 void CUpdateDevThread::__EndLine()

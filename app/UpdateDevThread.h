@@ -28,6 +28,9 @@ public:
     bool IsUpdateSuccessful();
     // The dots and the line end of the repeated mode; on unless turned off.
     void ShowProgress(bool show);
+    // "eth0: camera 00-0F-31-AA-00-02" for each device ID, in the same order: names the confirmation's
+    // diagnostics, also for a camera that is gone.
+    void SetDevLabels(const std::vector<std::string>& labels);
 
 private:
     void __SetUpdateDevStatus(bool success);
@@ -36,6 +39,7 @@ private:
     void __Enumerate();
     void __EndLine();
     void __Print(const char* text);
+    void __DiagPass(int pass);
 
     GenICam::Client::CDeviceManager* m_pDeviceManager;
     int m_nMode;
@@ -44,4 +48,5 @@ private:
     int m_nRunning;
     std::vector<std::string> m_vecDevID;
     bool m_bShowProgress;
+    std::vector<std::string> m_vecDevLabel;
 };

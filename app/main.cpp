@@ -1,6 +1,8 @@
 #include "app/Driver.h"
 #include "app/JsonReport.h"
 #include "app/Options.h"
+#include "app/RunDiagnostics.h"
+#include "common/Diagnostics.h"
 #include "ipconfig/IPConfigAllDevices.h"
 
 #include <cstdio>
@@ -49,6 +51,12 @@ int Run(RUN_OPTIONS& options)
     if (!options.bJson) {
         printf("Tool version is " AIC_VERSION "\nAuto IP Configure Started!\n");
     }
+    std::vector<GenICam::Client::INTERFACE_VERDICT> verdicts;
+    if (options.bVerbose || options.bJson) {
+        verdicts = GenICam::Client::SurveyInterfaces(options.vecInterface);
+        DiagRawNetworkRight();
+        DiagInterfaces(verdicts);
+    }
     if (!InitDeviceModule()) {
         result = &kInitFailed;
     } else {
@@ -68,7 +76,7 @@ int Run(RUN_OPTIONS& options)
         }
     }
     if (options.bJson) {
-        PrintJsonReport(result->szJson, result == &kFinished);
+        PrintJsonReport(result->szJson, result == &kFinished, verdicts);
     }
     UnInitDeviceModule();
     // Printed after the report on purpose: it is the last line of output.
@@ -82,6 +90,8 @@ int Run(RUN_OPTIONS& options)
 
 int main(int argc, char* argv[])
 {
+    // A pipe or the journal sees each line as it is printed; the dots are flushed one by one.
+    setvbuf(stdout, nullptr, _IOLBF, 0);
     RUN_OPTIONS options;
     std::string problem;
     if (!ParseOptions(argc, argv, &options, &problem)) {
@@ -95,9 +105,10 @@ int main(int argc, char* argv[])
         PrintVersion();
         return 0;
     }
-    const std::string unknown = FindUnknownInterface(options.vecInterface);
-    if (!unknown.empty()) {
-        return UsageError("no interface named '" + unknown + "'");
+    const std::string unusable = FindInterfaceProblem(options.vecInterface);
+    if (!unusable.empty()) {
+        return UsageError(unusable);
     }
+    GenICam::Client::Helper::SetDiagnostics(options.bVerbose);
     return Run(options);
 }

@@ -5,7 +5,7 @@ Runs the standard and the scale scenarios, and Aravis's arv-tool-0.8 beside the 
 each run wrapped by bench/measure.py in the lab's host namespace, and writes
 results.md (tables), results.json (one summary per run) and results.png (plot).
 
-usage: bench.py --tool PATH [--quick | --smoke] [--out DIR] [--render-only]
+usage: bench.py --tool PATH [--quick | --smoke | --verbose-cost [--baseline PATH]] [--out DIR] [--render-only]
 """
 
 import argparse
@@ -291,10 +291,10 @@ def analyse_arv(case, m, flag):
             "found": len(devices), **udp_summary(m, m["end"])}
 
 
-def run_tool(case, tool, workdir, variant=None, env=()):
+def run_tool(case, tool, workdir, variant=None, env=(), args=()):
     record = os.path.join(workdir, "record.jsonl")
     started = time.monotonic()
-    run = analyse_tool(case, run_in_lab(case, [tool], record, env), load_record(record))
+    run = analyse_tool(case, run_in_lab(case, [tool, *args], record, env), load_record(record))
     run["variant"] = variant
     say(f"{case['key']}{' ' + variant if variant else ''}: {run['wall_s']:.2f} s (floor {run['floor_s']:.2f} s), "
         f"first enumeration found {run['found_first']}/{case['present']}, {run['drops_first']} dropped; "
@@ -312,6 +312,25 @@ def run_case(case, tool, arv_runs, shim, workdir):
             runs.append(run)
             say(f"{case['key']} {run['tool']}: {run['found']} listed in {run['wall_s']:.2f} s")
     return runs
+
+
+VERBOSE_RUNS = 5
+
+
+def run_verbose_cost(tool, workdir, baseline=None):
+    """The standard cases without and with --verbose, and with a baseline build when given, in turn,
+    so load drifts hit all alike."""
+    runs, cases_seen = [], []
+    for case in cases("full", workdir):
+        if case["kind"] != "standard":
+            continue
+        cases_seen.append({k: case[k] for k in ("key", "label", "kind", "present", "interfaces", "window")})
+        for _ in range(VERBOSE_RUNS):
+            if baseline:
+                runs.append(run_tool(case, baseline, workdir, "baseline"))
+            runs.append(run_tool(case, tool, workdir))
+            runs.append(run_tool(case, tool, workdir, "verbose", args=("--verbose",)))
+    return {"cases": cases_seen, "runs": runs}
 
 
 # --- rendering ------------------------------------------------------------------
@@ -496,13 +515,40 @@ def stock_section(results):
 
 
 def kept_section(path):
-    """The sections that bench/standard_path.py and bench/conflicts.py write into results.md survives a rerun."""
+    """The sections that bench/standard_path.py and bench/conflicts.py write into results.md survive a rerun."""
     old = open(path, encoding="utf-8").read() if os.path.exists(path) else ""
     start = old.find("\n## 6. ")
-    return old[start:].rstrip("\n") if start >= 0 else ""
+    end = old.find("\n## 8. ")
+    return old[start:end if end > start else None].rstrip("\n") if start >= 0 else ""
+
+def verbose_section(verbose):
+    variants = [v for v in ("baseline", None, "verbose") if runs_of(verbose, verbose["cases"][0]["key"], variant=v)]
+    names = {"baseline": "baseline", None: "plain", "verbose": "-v"}
+    header = ["scenario", "runs each"]
+    for figure in ("run time (s)", "own overhead (ms)", "CPU (ms)", "peak RSS (MiB)"):
+        header += [f"{figure}, {names[v]}" for v in variants]
+    rows = []
+    for case in verbose["cases"]:
+        runs = [runs_of(verbose, case["key"], variant=v) for v in variants]
+        row = [case["label"], len(runs[0])]
+        row += [fmt(median([r["wall_s"] for r in each]), 3) for each in runs]
+        row += [fmt(median([own_overhead(r) * 1000 for r in each]), 0) for each in runs]
+        row += [fmt(median([(r["user_s"] + r["sys_s"]) * 1000 for r in each]), 1) for each in runs]
+        row += [fmt(median([r["maxrss_kib"] / 1024 for r in each]), 2) for each in runs]
+        same = len({r["forced"] for each in runs for r in each}) == 1
+        rows.append(row + ["yes" if same else "no"])
+    return "\n\n".join([
+        "## 8. Cost of --verbose",
+        f"`bench/run --verbose-cost [--baseline PATH]`: the standard cases of section 1, {VERBOSE_RUNS} runs each of "
+        "the build before the diagnostics existed (baseline, when given), of this build without and with "
+        "`--verbose`, in turn; the diagnostics go to a pipe read by the lab. Own overhead as in section 1; "
+        "CPU = user + sys of the tool's own process (wait4), peak RSS from GNU time. Medians. Same moves = "
+        f"every run re-addressed the same number of cameras. Run on {verbose['machine']['date']}, tool at "
+        f"{verbose['machine']['commit']}.",
+        table(header + ["same moves"], rows)])
 
 
-def render_markdown(results, path):
+def render_markdown(results, path, verbose=None):
     machine = results["machine"]
     head = "\n".join([
         "# Benchmarks",
@@ -514,8 +560,10 @@ def render_markdown(results, path):
     body = [standard_section(results), scale_section(results), cost_section(results), arv_section(results),
             stock_section(results)]
     kept = kept_section(path)
+    tail = [kept] if kept else []
+    tail += [verbose_section(verbose)] if verbose else []
     with open(path, "w", encoding="utf-8") as f:
-        f.write(head + "\n\n" + "\n\n".join(body) + "\n" + (kept + "\n" if kept else ""))
+        f.write(head + "\n\n" + "\n\n".join(body + tail) + "\n")
 
 
 def write_plot_data(results, workdir):
@@ -564,6 +612,9 @@ def parse_args():
     group = parser.add_mutually_exclusive_group()
     group.add_argument("--quick", action="store_true", help="fewer runs and scales (a few minutes)")
     group.add_argument("--smoke", action="store_true", help="one small run of each kind (under a minute)")
+    group.add_argument("--verbose-cost", action="store_true",
+                       help="only the standard cases without and with --verbose (results_verbose.json)")
+    parser.add_argument("--baseline", help="with --verbose-cost: an earlier build to run beside them")
     parser.add_argument("--out", default=BENCH, help="directory for results.md, results.json, results.png")
     parser.add_argument("--render-only", action="store_true", help="redraw from OUT/results.json")
     return parser.parse_args()
@@ -573,13 +624,24 @@ def main():
     args = parse_args()
     os.makedirs(args.out, exist_ok=True)
     paths = {ext: os.path.join(args.out, "results." + ext) for ext in ("md", "json", "png")}
+    paths["verbose"] = os.path.join(args.out, "results_verbose.json")
     with tempfile.TemporaryDirectory(prefix="aic-bench-") as workdir:
-        if args.render_only:
+        if not args.render_only and (os.geteuid() != 0 or not args.tool):
+            sys.exit("bench.py: needs root (the labs are network namespaces) and --tool")
+        if args.verbose_cost:
+            baseline = os.path.abspath(args.baseline) if args.baseline else None
+            verbose = dict(run_verbose_cost(os.path.abspath(args.tool), workdir, baseline),
+                           machine=machine_facts(args.tool))
+            with open(paths["verbose"], "w", encoding="utf-8") as f:
+                json.dump(verbose, f, indent=1)
+        verbose = None
+        if os.path.exists(paths["verbose"]):
+            with open(paths["verbose"], encoding="utf-8") as f:
+                verbose = json.load(f)
+        if args.render_only or args.verbose_cost:
             with open(paths["json"], encoding="utf-8") as f:
                 results = json.load(f)
         else:
-            if os.geteuid() != 0 or not args.tool:
-                sys.exit("bench.py: needs root (the labs are network namespaces) and --tool")
             mode = "smoke" if args.smoke else "quick" if args.quick else "full"
             results = {"mode": mode, "machine": machine_facts(args.tool), "cases": [], "runs": []}
             started = time.monotonic()
@@ -592,8 +654,9 @@ def main():
             results["machine"]["duration_s"] = round(time.monotonic() - started)
             with open(paths["json"], "w", encoding="utf-8") as f:
                 json.dump(results, f, indent=1)
-        render_markdown(results, paths["md"])
-        render_plot(results, paths["png"], workdir)
+        render_markdown(results, paths["md"], verbose)
+        if not args.verbose_cost:  # its figures are the table's alone
+            render_plot(results, paths["png"], workdir)
     say(f"wrote {paths['md']}, {paths['json']} and {paths['png']}")
 
 

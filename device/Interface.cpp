@@ -1,5 +1,6 @@
 #include "device/Interface.h"
 
+#include "common/Diagnostics.h"
 #include "common/ErrorCodes.h"
 #include "common/Exception.h"
 #include "common/Helper.h"
@@ -23,6 +24,38 @@ namespace {
 const unsigned long DISCOVERY_COLLECT_MS = 500;
 
 typedef std::vector<boost::shared_ptr<CDeviceInfo>> DeviceInfoList;
+
+const char* AccessStatusText(int status)
+{
+    switch (status) {
+    case 1:
+        return "read/write";
+    case 2:
+        return "read-only";
+    case 3:
+        return "no access";
+    case 1000:
+        return "busy (status 0xC000)";
+    default:
+        return "unknown";
+    }
+}
+
+void DiagCamera(const std::string& itf, CDeviceInfo& record, bool inSubnet, int status)
+{
+    if (!Helper::IsDiagnostics()) {
+        return;
+    }
+    const std::string where = DottedText(record.GetIntIP()) + "/" + DottedText(record.GetIntSubnetMask());
+    if (inSubnet) {
+        Helper::Diag("%s: camera %s: %s %s, in the subnet, access status %d (%s)", itf.c_str(),
+                     record.GetStrMAC().c_str(), record.GetModelName().c_str(), where.c_str(), status,
+                     AccessStatusText(status));
+    } else {
+        Helper::Diag("%s: camera %s: %s %s, out of the subnet (address or mask), access status not read",
+                     itf.c_str(), record.GetStrMAC().c_str(), record.GetModelName().c_str(), where.c_str());
+    }
+}
 
 // Returns a control port to the factory also when its read throws.
 struct CtrlPortRelease {
@@ -316,7 +349,8 @@ void CInterface::__GetAllDeviceStatus(DeviceInfoList& records)
     const std::string description = m_pInterfaceInfo->GetStrDescription();
     int status = DEVICE_ACCESS_STATUS_UNKNOWN;
     for (const boost::shared_ptr<CDeviceInfo>& record : records) {
-        if (__IsInSameSubnet(address, mask, record->GetIntIP(), record->GetIntSubnetMask())) {
+        const bool inSubnet = __IsInSameSubnet(address, mask, record->GetIntIP(), record->GetIntSubnetMask());
+        if (inSubnet) {
             std::unique_ptr<CGVCPCtrlPort, CtrlPortRelease> port(
                 CInstanceFactory::CreateGVCPCtrlPortIntstance(address, record->GetIntIP(), description));
             port->GetAccessStatus(status);
@@ -324,6 +358,7 @@ void CInterface::__GetAllDeviceStatus(DeviceInfoList& records)
         } else {
             record->SetAccessStatus(DEVICE_ACCESS_STATUS_UNKNOWN);
         }
+        DiagCamera(description, *record, inSubnet, inSubnet ? status : 0);
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include "common/Helper.h"
 #include "common/InstanceFactory.h"
+#include "device/InterfaceSurvey.h"
 
 #include <arpa/inet.h>
 #include <cstdio>
@@ -16,8 +17,6 @@ namespace GenICam {
 namespace Client {
 
 namespace {
-
-const int kMaxEntries = 16; // SIOCGIFCONF buffer: 16 entries of struct ifreq
 
 in_addr AddressOf(const ifreq& request)
 {
@@ -39,7 +38,7 @@ void CLinuxNICAdapter::GetInterfaceList(std::vector<NIC_INFO>& list)
     // One work record for all entries, never reset: a failed query keeps the previous entry's value.
     NIC_INFO work;
     const int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    ifreq entries[kMaxEntries];
+    ifreq entries[kInterfaceEntryLimit];
     memset(entries, 0, sizeof(entries));
     ifconf conf{};
     conf.ifc_len = sizeof(entries);
@@ -48,7 +47,7 @@ void CLinuxNICAdapter::GetInterfaceList(std::vector<NIC_INFO>& list)
         const int count = conf.ifc_len / static_cast<int>(sizeof(ifreq));
         for (int i = count - 1; i >= 0; --i) {
             char* name = entries[i].ifr_name;
-            if (strstr(name, "lo") != nullptr) {
+            if (IsSkippedInterfaceName(name)) {
                 continue;
             }
             work.strName = name;

@@ -1,5 +1,6 @@
 #include "gvcp/DeviceDiscovery.h"
 
+#include "common/Diagnostics.h"
 #include "common/ErrorCodes.h"
 #include "common/Exception.h"
 #include "common/Helper.h"
@@ -36,7 +37,7 @@ bool ReceiveOne(CGVCPDiscoveryPort& port, ZQ_DISCOVERY_ACK& ack, unsigned long w
 } // namespace
 
 CDeviceDiscovery::CDeviceDiscovery(unsigned int ip, std::string name)
-    : m_pDiscoveryPort(CInstanceFactory::CreateGVCPDiscoveryPortIntstance(ip, true, std::move(name)))
+    : m_pDiscoveryPort(CInstanceFactory::CreateGVCPDiscoveryPortIntstance(ip, true, name)), m_strName(name)
 {
     try {
         m_strVendorMacFlag = __GetVendorMacFlag();
@@ -62,6 +63,7 @@ void CDeviceDiscovery::GetDeviceInfoList(std::vector<boost::shared_ptr<CDeviceIn
 {
     unsigned long remaining = timeoutMs;
     unsigned long wait = kPollSliceMs;
+    unsigned int repeated = 0;
     const uint64_t start = Helper::GetSystemCounterMs();
     while (remaining != 0) {
         if (remaining < kPollSliceMs) {
@@ -73,11 +75,28 @@ void CDeviceDiscovery::GetDeviceInfoList(std::vector<boost::shared_ptr<CDeviceIn
             boost::shared_ptr<CDeviceInfo> info(new CDeviceInfo(ack));
             if (!__IsDeviceInlist(list, info)) {
                 list.push_back(info);
+            } else {
+                ++repeated;
+                Helper::Diag("%s: camera %s: discovery: ignored a repeated acknowledge", m_strName.c_str(),
+                             info->GetStrMAC().c_str());
             }
         }
         const uint64_t elapsed = Helper::GetSystemCounterMs() - start;
         remaining = elapsed < timeoutMs ? static_cast<unsigned long>(timeoutMs - elapsed) : 0;
     }
+    __DiagPass(repeated, list.size());
+}
+
+void CDeviceDiscovery::__DiagPass(unsigned int repeated, size_t found) const
+{
+    if (!Helper::IsDiagnostics()) {
+        return;
+    }
+    const DISCOVERY_TALLY& tally = m_pDiscoveryPort->GetTally();
+    Helper::Diag("%s: discovery pass: %u datagrams received, %u acknowledges accepted (%u repeated), %u ignored; "
+                 "%zu cameras; read through %s",
+                 m_strName.c_str(), tally.nDatagrams, tally.nAccepted, repeated, tally.nIgnored, found,
+                 m_pDiscoveryPort->LinkSummary().c_str());
 }
 
 bool CDeviceDiscovery::__IsDeviceInlist(std::vector<boost::shared_ptr<CDeviceInfo>>& list,

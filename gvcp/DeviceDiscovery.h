@@ -29,8 +29,11 @@ private:
     std::string __GetVendorMacFlag();
     bool __CheckVendorMacFlag(const ZQ_DISCOVERY_ACK& ack);
 
+    void __DiagPass(unsigned int repeated, size_t found) const;
+
     CGVCPDiscoveryPort* m_pDiscoveryPort;
     std::string m_strVendorMacFlag;
+    std::string m_strName;
 };
 
 } // namespace Client

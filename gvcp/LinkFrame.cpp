@@ -77,6 +77,17 @@ LINK_FRAME_ERROR DecodeUdpFrame(const uint8_t* frame, size_t length, LINK_UDP_DA
     return LINK_FRAME_ERROR::NONE;
 }
 
+const char* LinkFrameErrorText(LINK_FRAME_ERROR error)
+{
+    // In the enumeration's order.
+    static const char* const kTexts[kLinkFrameErrorCount] = {
+        "no error", "truncated", "not IPv4", "bad IPv4 header length", "bad IPv4 checksum", "fragment", "not UDP",
+        "bad UDP length",
+    };
+    const size_t index = static_cast<size_t>(error);
+    return index < kLinkFrameErrorCount ? kTexts[index] : "unknown";
+}
+
 std::vector<sock_filter> BuildAckFilter(uint32_t interfaceIP, uint32_t subnetBroadcast, uint16_t localPort)
 {
     enum : unsigned { kPorts = 13, kDrop = 17 };

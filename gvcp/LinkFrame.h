@@ -46,6 +46,10 @@ enum class LINK_FRAME_ERROR {
     NOT_UDP,
     BAD_UDP_LENGTH,
 };
+const size_t kLinkFrameErrorCount = static_cast<size_t>(LINK_FRAME_ERROR::BAD_UDP_LENGTH) + 1;
+
+// A short phrase for the operator's diagnostics ("bad IPv4 checksum").
+const char* LinkFrameErrorText(LINK_FRAME_ERROR error);
 
 // One UDP datagram found in a frame; addresses and ports in host order, the payload points into the frame.
 struct LINK_UDP_DATAGRAM {

@@ -54,13 +54,14 @@ bool FindInterface(const std::string& name, unsigned int ip, LINK_INTERFACE& fou
 } // namespace
 
 CLinkTap::CLinkTap(std::string interfaceName)
-    : m_strInterface(std::move(interfaceName)), m_nPacketSocket(-1), m_vecFrame(kFrameMax)
+    : m_strInterface(std::move(interfaceName)), m_nPacketSocket(-1), m_vecFrame(kFrameMax), m_aRejects()
 {
 }
 
 void CLinkTap::Open(unsigned int ip, int port, bool, bool)
 {
     Close();
+    m_aRejects.fill(0);
     LINK_INTERFACE itf;
     if (!FindInterface(m_strInterface, ip, itf)) {
         APP_THROW(GC_ERR_IO, Helper::MsgComposer("no interface %s with that address", m_strInterface.c_str()));
@@ -113,7 +114,9 @@ void CLinkTap::Receive(unsigned char* buffer, unsigned int capacity, unsigned in
             APP_THROW(GC_ERR_IO, "Failed error");
         }
         LINK_UDP_DATAGRAM datagram;
-        if (DecodeUdpFrame(m_vecFrame.data(), static_cast<size_t>(count), datagram) != LINK_FRAME_ERROR::NONE) {
+        const LINK_FRAME_ERROR error = DecodeUdpFrame(m_vecFrame.data(), static_cast<size_t>(count), datagram);
+        if (error != LINK_FRAME_ERROR::NONE) {
+            ++m_aRejects[static_cast<size_t>(error)];
             continue;
         }
         // Like a UDP socket, a datagram longer than the buffer is cut to its size.
@@ -126,7 +129,19 @@ void CLinkTap::Receive(unsigned char* buffer, unsigned int capacity, unsigned in
     }
 }
 
-CUdpComm* OpenLinkTap(const std::string& interfaceName, unsigned int ip, int port)
+std::string CLinkTap::RejectSummary() const
+{
+    std::string summary;
+    for (size_t reason = 0; reason < m_aRejects.size(); ++reason) {
+        if (m_aRejects[reason] != 0) {
+            summary += Helper::MsgComposer("%s%u %s", summary.empty() ? "" : ", ", m_aRejects[reason],
+                                           LinkFrameErrorText(static_cast<LINK_FRAME_ERROR>(reason)));
+        }
+    }
+    return summary.empty() ? "none" : summary;
+}
+
+CLinkTap* OpenLinkTap(const std::string& interfaceName, unsigned int ip, int port)
 {
     CLinkTap* tap = new CLinkTap(interfaceName);
     try {
@@ -136,6 +151,16 @@ CUdpComm* OpenLinkTap(const std::string& interfaceName, unsigned int ip, int por
         CInstanceFactory::DestoryUdpCommIntstance(tap);
         return nullptr;
     }
+}
+
+bool HasRawNetworkRight()
+{
+    const int probe = socket(AF_PACKET, SOCK_DGRAM, 0);
+    if (probe < 0) {
+        return false;
+    }
+    close(probe);
+    return true;
 }
 
 } // namespace Client

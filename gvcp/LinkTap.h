@@ -1,6 +1,9 @@
 #pragma once
 
+#include "gvcp/LinkFrame.h"
 #include "gvcp/UdpComm.h"
+
+#include <array>
 
 #include <string>
 #include <vector>
@@ -20,15 +23,22 @@ public:
     void Receive(unsigned char* buffer, unsigned int capacity, unsigned int* sourceIp, unsigned int* sourcePort,
                  unsigned int* received, unsigned int timeoutMs) override;
 
+    // The frames the decoder rejected since Open, by reason: "2 bad IPv4 checksum, 1 fragment" or "none".
+    std::string RejectSummary() const;
+
 private:
     std::string m_strInterface;
     int m_nPacketSocket;
     std::vector<unsigned char> m_vecFrame;
+    std::array<unsigned int, kLinkFrameErrorCount> m_aRejects;
 };
 
 // Opens a tap, or returns null when the host does not allow one (no raw-network right, no such interface):
 // the caller then receives through its UDP endpoints alone.
-CUdpComm* OpenLinkTap(const std::string& interfaceName, unsigned int ip, int port);
+CLinkTap* OpenLinkTap(const std::string& interfaceName, unsigned int ip, int port);
+
+// Whether this process may open link-level sockets (the raw-network right); sends nothing.
+bool HasRawNetworkRight();
 
 } // namespace Client
 } // namespace GenICam

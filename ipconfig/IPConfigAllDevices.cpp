@@ -47,8 +47,16 @@ CIPConfigAllDevices::~CIPConfigAllDevices() = default;
 void CIPConfigAllDevices::MarkDev()
 {
     for (CDevice* device : m_vecDevice) {
-        if (__NeedsNewIP(device)) {
+        const bool selected = __NeedsNewIP(device);
+        if (selected) {
             m_vecConfigDevice.push_back(device);
+        }
+        if (GenICam::Client::Helper::IsDiagnostics()) {
+            const char* why = !selected ? "not selected: keeps its address"
+                              : device->IsSameSubnetWithIF() ? "selected: its address is taken by an earlier camera"
+                                                              : "selected: out of the subnet";
+            GenICam::Client::Helper::Diag("%s: camera %s: %s", m_pInterface->GetInterfaceDescription().c_str(),
+                                          device->GetStrMac().c_str(), why);
         }
     }
 }

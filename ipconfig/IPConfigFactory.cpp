@@ -1,6 +1,8 @@
 #include "ipconfig/IPConfigFactory.h"
 
+#include "common/Diagnostics.h"
 #include "common/Exception.h"
+#include "device/Device.h"
 #include "device/DeviceManager.h"
 #include "device/Interface.h"
 #include "device/TL.h"
@@ -64,6 +66,10 @@ bool CIPConfigFactory::CreateObject(std::vector<CIPConfigAllDevices*>& out)
             out.push_back(new (std::nothrow) CIPConfigNetCardIPValid(itf));
         } else {
             CIPConfigAllDevices::RecordUsedDeviceIP(*itf->GetDeviceList());
+            for (CDevice* device : *itf->GetDeviceList()) {
+                GenICam::Client::Helper::Diag("%s: camera %s: not selected: the interface's address is link-local",
+                                              itf->GetInterfaceDescription().c_str(), device->GetStrMac().c_str());
+            }
         }
     }
     return ok;

@@ -156,7 +156,7 @@ class Frames:
                        peer_mac, struct.pack("!I", peer_ip))
         return self.pad(ETH.pack(peer_mac, cam_mac, ETH_P_ARP) + arp)
 
-    def udp(self, src_mac, dst_mac, src_ip, dst_ip, sport, dport, payload):
+    def udp(self, src_mac, dst_mac, src_ip, dst_ip, sport, dport, payload, bad_checksum=False):
         self.ip_id = (self.ip_id + 1) & 0xFFFF
         src, dst = struct.pack("!I", src_ip), struct.pack("!I", dst_ip)
         length = UDP.size + len(payload)
@@ -164,7 +164,7 @@ class Frames:
         udp_sum = checksum(pseudo + UDP.pack(sport, dport, length, 0) + payload) or 0xFFFF
         header = IPV4.pack(0x45, 0, IPV4.size + length, self.ip_id, 0, 64,
                            socket.IPPROTO_UDP, 0, src, dst)
-        header = header[:10] + struct.pack("!H", checksum(header)) + header[12:]
+        header = header[:10] + struct.pack("!H", checksum(header) ^ (0xFFFF if bad_checksum else 0)) + header[12:]
         return self.pad(ETH.pack(dst_mac, src_mac, ETH_P_IP) + header
                         + UDP.pack(sport, dport, length, udp_sum) + payload)
 
@@ -189,7 +189,7 @@ class Request:
 FAULT_KEYS = {
     "silent", "no_answer", "status", "wrong_ack_id", "stale_ack_id", "duplicate_discovery",
     "no_restart", "slow_ms", "flood", "truncate_ack", "oversize_ack", "full_text",
-    "second_address", "vanish_after_forceip", "early_acks", "answer_port",
+    "second_address", "vanish_after_forceip", "early_acks", "answer_port", "bad_checksum_discovery",
 }
 CAMERA_KEYS = {
     "mac", "ip", "mask", "gateway", "model", "vendor", "version", "serial", "user_name",
@@ -231,6 +231,7 @@ class Faults:
         self.stale_id = command_set(conf.get("stale_ack_id"))
         self.slow = per_command(conf.get("slow_ms", 0), lambda ms: number(ms) / 1000.0)
         self.duplicates = number(conf.get("duplicate_discovery", 0))
+        self.bad_checksums = number(conf.get("bad_checksum_discovery", 0))
         self.no_restart = bool(conf.get("no_restart"))
         self.vanish = bool(conf.get("vanish_after_forceip"))
         self.flood = conf.get("flood")
@@ -469,14 +470,14 @@ class Simulator:
         except BlockingIOError:
             self.at(0.001, self.send, frame)
 
-    def send_udp(self, cam_mac, src_ip, dest, payload, src_port=GVCP_PORT):
+    def send_udp(self, cam_mac, src_ip, dest, payload, src_port=GVCP_PORT, bad_checksum=False):
         mac, ip, port = dest
-        self.send(self.frames.udp(cam_mac, mac, src_ip, ip, src_port, port, payload))
+        self.send(self.frames.udp(cam_mac, mac, src_ip, ip, src_port, port, payload, bad_checksum))
 
-    def reply(self, cam, name, payload, dest, delay=None):
+    def reply(self, cam, name, payload, dest, delay=None, bad_checksum=False):
         """Queue one answer; returns what the log says about it."""
         delay = cam.delay(name) if delay is None else delay
-        self.at(delay, self.send_udp, cam.mac, cam.ip, dest, payload, cam.faults.answer_port)
+        self.at(delay, self.send_udp, cam.mac, cam.ip, dest, payload, cam.faults.answer_port, bad_checksum)
         status, ack, _, ack_id = GVCP_ACK.unpack_from(payload.ljust(8, b"\0"))
         return {"status": status, "ack": ack, "ack_id": ack_id, "bytes": len(payload),
                 "to": f"{ip_text(dest[1])}:{dest[2]}", "delay_ms": round(delay * 1000, 1)}
@@ -591,6 +592,8 @@ class Simulator:
         later = answer["delay_ms"] / 1000.0
         for copy in range(cam.faults.duplicates):
             self.reply(cam, "discovery", cam.discovery_ack(ack_id), dest, later + 0.001 * (copy + 1))
+        for copy in range(cam.faults.bad_checksums):
+            self.reply(cam, "discovery", cam.discovery_ack(ack_id), dest, later + 0.001 * (copy + 1), True)
         if cam.faults.second_address:
             other = ip_int(cam.faults.second_address)
             self.reply(cam, "discovery", cam.discovery_ack(ack_id, other), dest, later + 0.002)

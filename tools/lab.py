@@ -31,7 +31,7 @@ BRIDGE = "br0"
 EXIT_TIMEOUT = 124
 EXIT_LAB_FAILED = 125
 EXIT_INTERRUPTED = 130
-INTERFACE_KEYS = {"name", "mac", "addresses", "gateway", "routes", "mtu", "segment",
+INTERFACE_KEYS = {"name", "mac", "addresses", "gateway", "routes", "mtu", "down", "segment",
                   "cameras", "generate", "hosts"}
 HOST_KEYS = {"name", "mac", "address", "answer_delay_ms", "arping_dad"}
 # A concurrent claim: arping -D probes once a second (whole seconds only); two of them half a
@@ -184,7 +184,7 @@ class Lab:
         run("ip", "-n", segment_ns, "link", "set", peer, "master", BRIDGE, "up")
         if "mtu" in itf:
             run("ip", "-n", ns, "link", "set", name, "mtu", str(itf["mtu"]))
-        run("ip", "-n", ns, "link", "set", name, "up")
+        run("ip", "-n", ns, "link", "set", name, "down" if itf.get("down") else "up")
         for index, address in enumerate(itf.get("addresses", [])):
             label = name if index == 0 else f"{name}:{index}"
             run("ip", "-n", ns, "addr", "add", address, "brd", "+", "dev", name, "label", label)

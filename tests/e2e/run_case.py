@@ -9,7 +9,8 @@ A case file is a lab scenario (its "interfaces") plus what the run must show:
   "forceip":   every FORCEIP received, in time order: "IFACE CAMERA-MAC" (all addresses 0), or with
                an address "IFACE CAMERA-MAC IP/MASK" (gateway 0.0.0.0)
 Optional: "args" (the tool's arguments), "exit" (status, default 0), "stderr" (its lines, default
-none), "json" (the one document stdout must be with --json; a case with "stdout" too runs twice, in
+none) or "stderr_match" (regular expressions of --verbose lines, each matched by some line, every
+line time-stamped), "json" (the one document stdout must be with --json; a case with "stdout" too runs twice, in
 fresh labs, and both runs must send the same) and "silent_interfaces" (host interfaces that send no
 frame at all and whose links receive nothing), "final" (each camera's registers when the lab ends,
 by MAC: "MAC IP/MASK persistent IP/MASK/GATEWAY 0x0014 ccp N") and "shell" (runs in place of the
@@ -34,6 +35,7 @@ REPO = os.path.dirname(os.path.dirname(HERE))
 LAB = os.path.join(REPO, "tools", "lab.py")
 PYTHON = "/usr/bin/python3"
 DOTS = re.compile(r"^\.+$")
+STAMP = re.compile(r"^\[ *\d+\.\d{3}\] ")
 TOOL_LIMIT_S = 90
 
 
@@ -97,6 +99,15 @@ def compare(name, expected, actual, problems):
         problems.append(f"{name} differs:\n" + "\n".join(diff))
 
 
+def stderr_problems(case, lines, problems):
+    if "stderr_match" not in case:
+        compare("standard error", case.get("stderr", []), lines, problems)
+        return
+    problems += [f"standard error line without a time: {line}" for line in lines if not STAMP.match(line)]
+    problems += [f"no standard error line matches {pattern}" for pattern in case["stderr_match"]
+                 if not any(re.search(pattern, line) for line in lines)]
+
+
 def silent_problems(case, record, sent):
     silent = set(case.get("silent_interfaces", []))
     counts = {}
@@ -126,7 +137,7 @@ def check(case, result, record, sent=None, as_json=False):
     if result.returncode != case.get("exit", 0):
         problems.append(f"exit status {result.returncode}")
     stderr = [line for line in result.stderr.splitlines() if not line.startswith("lab: ")]
-    compare("standard error", case.get("stderr", []), stderr, problems)
+    stderr_problems(case, stderr, problems)
     dots = output_problems(case, result.stdout, problems, as_json)
     compare("0x9000 commands", case["forceip_ex"],
             forceip_ex_lines(received(record, "forceip_ex"), problems), problems)

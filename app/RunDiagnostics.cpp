@@ -1,0 +1,54 @@
+#include "app/RunDiagnostics.h"
+
+#include "common/Diagnostics.h"
+#include "common/ipcalc.h"
+#include "gvcp/LinkTap.h"
+#include "ipconfig/IPConfigAllDevices.h"
+
+#include <string>
+
+using GenICam::Client::INTERFACE_VERDICT;
+using GenICam::Client::Helper::Diag;
+
+namespace {
+
+// What a used interface's state means for its cameras.
+const char* UsedNote(const INTERFACE_VERDICT& verdict)
+{
+    if (!IsIPValid(verdict.stEntry.nIP)) {
+        return ": link-local, its cameras are listed and never moved";
+    }
+    if (!verdict.stEntry.bUp) {
+        return ": down, it hears nothing";
+    }
+    return verdict.stEntry.bCarrier ? "" : ": no carrier, it hears nothing";
+}
+
+} // namespace
+
+void DiagRawNetworkRight()
+{
+    if (GenICam::Client::HasRawNetworkRight()) {
+        Diag("raw-network right: yes: answers are read at link level, past the kernel's reverse-path and "
+             "local-source checks");
+    } else {
+        Diag("raw-network right: missing: answers from other subnets can be filtered out by the kernel "
+             "(reverse-path filtering), and every candidate address counts as free (no ARP probe)");
+    }
+}
+
+void DiagInterfaces(const std::vector<INTERFACE_VERDICT>& verdicts)
+{
+    for (const INTERFACE_VERDICT& verdict : verdicts) {
+        const std::string& name = verdict.stEntry.strName;
+        if (verdict.bUsed) {
+            Diag("%s: used, %s/%s, MAC %s%s", name.c_str(), DottedText(verdict.stEntry.nIP).c_str(),
+                 DottedText(verdict.stEntry.nMask).c_str(), verdict.stEntry.strMAC.c_str(), UsedNote(verdict));
+        } else if (verdict.stEntry.nIP == 0) {
+            Diag("%s: not used: %s", name.c_str(), verdict.strReason.c_str());
+        } else {
+            Diag("%s: not used (%s): %s", name.c_str(), DottedText(verdict.stEntry.nIP).c_str(),
+                 verdict.strReason.c_str());
+        }
+    }
+}

@@ -1,0 +1,151 @@
+#include "device/InterfaceSurvey.h"
+
+#include "common/Helper.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cstring>
+#include <net/if.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace GenICam {
+namespace Client {
+
+namespace {
+
+// Far past the list's limit, so the entries it never sees can be named.
+const int kSurveyEntries = 1024;
+
+bool Contains(const std::vector<std::string>& names, const std::string& name)
+{
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+std::string SkipReason(const std::vector<KERNEL_ADDRESS>& entries, size_t index, const std::vector<std::string>& filter,
+                       const std::vector<const KERNEL_ADDRESS*>& used)
+{
+    const KERNEL_ADDRESS& entry = entries[index];
+    if (index >= kInterfaceEntryLimit) {
+        return Helper::MsgComposer("past the %zu-entry limit of the interface list", kInterfaceEntryLimit);
+    }
+    if (IsSkippedInterfaceName(entry.strName)) {
+        return "its name contains \"lo\"";
+    }
+    if (!filter.empty() && !Contains(filter, entry.strName)) {
+        return "not named by --interface";
+    }
+    for (const KERNEL_ADDRESS* earlier : used) {
+        if (earlier->strMAC == entry.strMAC) {
+            return "merged into " + earlier->strName + ", which has the same MAC";
+        }
+    }
+    return std::string();
+}
+
+std::string MACText(const unsigned char* mac)
+{
+    return Helper::MsgComposer("%02X-%02X-%02X-%02X-%02X-%02X", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+}
+
+uint32_t AddressOf(const sockaddr& address)
+{
+    sockaddr_in in;
+    memcpy(&in, &address, sizeof(in));
+    return ntohl(in.sin_addr.s_addr);
+}
+
+KERNEL_ADDRESS ReadEntry(int fd, const ifreq& listed)
+{
+    KERNEL_ADDRESS entry{listed.ifr_name, AddressOf(listed.ifr_addr), 0, std::string(), false, false};
+    ifreq request;
+    memset(&request, 0, sizeof(request));
+    strncpy(request.ifr_name, listed.ifr_name, IFNAMSIZ - 1);
+    if (ioctl(fd, SIOCGIFNETMASK, &request) == 0) {
+        entry.nMask = AddressOf(request.ifr_netmask);
+    }
+    if (ioctl(fd, SIOCGIFHWADDR, &request) == 0) {
+        entry.strMAC = MACText(reinterpret_cast<unsigned char*>(request.ifr_hwaddr.sa_data));
+    }
+    if (ioctl(fd, SIOCGIFFLAGS, &request) == 0) {
+        entry.bUp = (request.ifr_flags & IFF_UP) != 0;
+        entry.bCarrier = (request.ifr_flags & IFF_RUNNING) != 0;
+    }
+    return entry;
+}
+
+std::vector<KERNEL_ADDRESS> ReadEntries()
+{
+    std::vector<KERNEL_ADDRESS> entries;
+    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
+    if (fd < 0) {
+        return entries;
+    }
+    std::vector<ifreq> listed(kSurveyEntries);
+    ifconf conf{};
+    conf.ifc_len = static_cast<int>(listed.size() * sizeof(ifreq));
+    conf.ifc_req = listed.data();
+    if (ioctl(fd, SIOCGIFCONF, &conf) == 0) {
+        for (size_t i = 0; i < conf.ifc_len / sizeof(ifreq); ++i) {
+            entries.push_back(ReadEntry(fd, listed[i]));
+        }
+    }
+    close(fd);
+    return entries;
+}
+
+// Kernel interfaces that have no IPv4 entry (an alias label names its device before the colon).
+std::vector<std::string> ReadNamesWithoutIPv4(const std::vector<KERNEL_ADDRESS>& entries)
+{
+    std::vector<std::string> names;
+    struct if_nameindex* links = if_nameindex();
+    for (struct if_nameindex* link = links; link != nullptr && link->if_index != 0; ++link) {
+        const std::string name = link->if_name;
+        const bool listed = std::any_of(entries.begin(), entries.end(), [&name](const KERNEL_ADDRESS& entry) {
+            return entry.strName.substr(0, entry.strName.find(':')) == name;
+        });
+        if (!listed) {
+            names.push_back(name);
+        }
+    }
+    if (links != nullptr) {
+        if_freenameindex(links);
+    }
+    return names;
+}
+
+} // namespace
+
+bool IsSkippedInterfaceName(const std::string& name)
+{
+    return name.find("lo") != std::string::npos;
+}
+
+std::vector<INTERFACE_VERDICT> JudgeInterfaces(const std::vector<KERNEL_ADDRESS>& entries,
+                                               const std::vector<std::string>& withoutIPv4,
+                                               const std::vector<std::string>& filter)
+{
+    std::vector<INTERFACE_VERDICT> verdicts;
+    std::vector<const KERNEL_ADDRESS*> used;
+    for (size_t i = 0; i < entries.size(); ++i) {
+        const std::string reason = SkipReason(entries, i, filter, used);
+        if (reason.empty()) {
+            used.push_back(&entries[i]);
+        }
+        verdicts.push_back({entries[i], reason.empty(), reason});
+    }
+    for (const std::string& name : withoutIPv4) {
+        verdicts.push_back({{name, 0, 0, std::string(), false, false}, false, "no IPv4 address"});
+    }
+    return verdicts;
+}
+
+std::vector<INTERFACE_VERDICT> SurveyInterfaces(const std::vector<std::string>& filter)
+{
+    const std::vector<KERNEL_ADDRESS> entries = ReadEntries();
+    return JudgeInterfaces(entries, ReadNamesWithoutIPv4(entries), filter);
+}
+
+} // namespace Client
+} // namespace GenICam

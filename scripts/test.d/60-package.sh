@@ -34,14 +34,16 @@ man -w autoipconfig > /dev/null
 systemd-analyze verify --man=no /usr/lib/systemd/system/autoipconfig.service
 
 echo "== package: the boot unit's options file"
-grep -qx /etc/default/autoipconfig /var/lib/dpkg/info/autoipconfig.conffiles \
-  || { echo "package: /etc/default/autoipconfig is not a conffile" >&2; exit 1; }
+options_file=/etc/default/autoipconfig  # read by the unit, never run
+unit=/usr/lib/systemd/system/autoipconfig.service  # checked as text here
+grep -qx "$options_file" /var/lib/dpkg/info/autoipconfig.conffiles \
+  || { echo "package: $options_file is not a conffile" >&2; exit 1; }
 # Empty by default, so the unit runs the tool without arguments, as before.
-[ -z "$(. /etc/default/autoipconfig && echo "$AUTOIPCONFIG_OPTIONS")" ] \
+[ -z "$(. "$options_file" && echo "$AUTOIPCONFIG_OPTIONS")" ] \
   || { echo "package: AUTOIPCONFIG_OPTIONS is not empty by default" >&2; exit 1; }
-grep -q 'EnvironmentFile=-/etc/default/autoipconfig' /usr/lib/systemd/system/autoipconfig.service \
-  && grep -q '^ExecStart=/usr/sbin/autoipconfig \$AUTOIPCONFIG_OPTIONS$' /usr/lib/systemd/system/autoipconfig.service \
-  || { echo "package: the unit does not take its options from /etc/default/autoipconfig" >&2; exit 1; }
+grep -qx "EnvironmentFile=-$options_file" "$unit" \
+  && grep -q '^ExecStart=/usr/sbin/[a-z]* \$AUTOIPCONFIG_OPTIONS$' "$unit" \
+  || { echo "package: the unit does not take its options from $options_file" >&2; exit 1; }
 if [ -n "$(find /etc/systemd/system -name autoipconfig.service 2>/dev/null)" ]; then
   echo "package: the unit was enabled by installing the package" >&2
   exit 1

@@ -164,6 +164,12 @@ bool BroadcastAwaitingAck(FORCE_ENDPOINTS& endpoints, bool unicastToo, void* pac
     return false;
 }
 
+// " (status 0x8002)" for a refusing acknowledge; nothing when none came.
+std::string StatusText(uint16_t status)
+{
+    return status == 0 ? std::string() : Helper::MsgComposer(" (status 0x%04X)", status);
+}
+
 // Runs one command, turning whatever it raises into false and a text.
 template <typename Command>
 bool Guarded(Command command, std::string& error)
@@ -381,7 +387,8 @@ bool CDevice::SetForceIPEx(char const* ip, char const* mask, char const* gateway
         },
         error);
     if (!ok) {
-        Helper::Diag("%s: 0x9000 %s/%s not taken: %s", __DiagName().c_str(), ip, mask, error.c_str());
+        Helper::Diag("%s: 0x9000 %s/%s not taken%s: %s", __DiagName().c_str(), ip, mask,
+                     StatusText(m_nForceIPExStatus).c_str(), error.c_str());
     }
     return ok;
 }
@@ -393,8 +400,8 @@ bool CDevice::SetStandardForceIP(unsigned int ip, unsigned int mask, unsigned in
     m_nForceIPExStatus = 0;
     const std::string name = __DiagName();
     if (!Guarded([&] { __SendStaticForceIPCmd(ip, mask, gateway); }, error)) {
-        Helper::Diag("%s: FORCEIP %s/%s not taken: %s", name.c_str(), DottedText(ip).c_str(),
-                     DottedText(mask).c_str(), error.c_str());
+        Helper::Diag("%s: FORCEIP %s/%s not taken%s: %s", name.c_str(), DottedText(ip).c_str(),
+                     DottedText(mask).c_str(), StatusText(m_nForceIPExStatus).c_str(), error.c_str());
         return false;
     }
     Helper::Diag("%s: FORCEIP %s/%s acknowledged (valid until it restarts)", name.c_str(), DottedText(ip).c_str(),

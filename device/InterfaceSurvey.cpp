@@ -58,10 +58,12 @@ uint32_t AddressOf(const sockaddr& address)
 
 KERNEL_ADDRESS ReadEntry(int fd, const ifreq& listed)
 {
-    KERNEL_ADDRESS entry{listed.ifr_name, AddressOf(listed.ifr_addr), 0, std::string(), false, false};
+    // The kernel's name field need not end in a NUL when it is full.
+    const std::string name(listed.ifr_name, strnlen(listed.ifr_name, IFNAMSIZ));
+    KERNEL_ADDRESS entry{name, AddressOf(listed.ifr_addr), 0, std::string(), false, false};
     ifreq request;
     memset(&request, 0, sizeof(request));
-    strncpy(request.ifr_name, listed.ifr_name, IFNAMSIZ - 1);
+    memcpy(request.ifr_name, name.data(), std::min(name.size(), sizeof(request.ifr_name) - 1));
     if (ioctl(fd, SIOCGIFNETMASK, &request) == 0) {
         entry.nMask = AddressOf(request.ifr_netmask);
     }

@@ -187,11 +187,5 @@ const IP_ASSIGNMENT* FindAssignment(const CDevice* device)
 
 const IP_ASSIGNMENT* FindAssignment(const std::string& id)
 {
-    const std::vector<IP_ASSIGNMENT>& assignments = CIPConfigAllDevices::GetAssignments();
-    for (const IP_ASSIGNMENT& assignment : assignments) {
-        if (assignment.strDevID == id) {
-            return &assignment;
-        }
-    }
-    return nullptr;
+    return FindRecord(CIPConfigAllDevices::GetAssignments(), id);
 }

@@ -47,16 +47,6 @@ Json CameraFacts(CDevice* device)
     };
 }
 
-const IP_ASSIGNMENT* FindRecord(const std::vector<IP_ASSIGNMENT>& records, const std::string& id)
-{
-    for (const IP_ASSIGNMENT& record : records) {
-        if (record.strDevID == id) {
-            return &record;
-        }
-    }
-    return nullptr;
-}
-
 const FIRST_SEEN* FindFirstSeen(const std::string& id)
 {
     for (const FIRST_SEEN& seen : g_vecFirstSeen) {
@@ -154,7 +144,7 @@ Json CameraJson(CDevice* device, CInterface* itf)
 // Gone since the first enumeration: where it was sent, if anywhere, is where the operator looks.
 Json LostJson(const FIRST_SEEN& seen, CInterface* itf)
 {
-    const IP_ASSIGNMENT* assignment = FindRecord(CIPConfigAllDevices::GetAssignments(), seen.strDevID);
+    const IP_ASSIGNMENT* assignment = FindAssignment(seen.strDevID);
     const bool sent = assignment != nullptr && assignment->nOutcome == IP_OUTCOME_SENT;
     Json camera = seen.facts;
     if (sent) {

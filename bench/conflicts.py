@@ -12,10 +12,11 @@ usage: conflicts.py --tool PATH [--sizes 10,40,250] [--out DIR]
 import argparse
 import json
 import os
-import re
 import subprocess
 import sys
 import tempfile
+
+from sections import write_section
 
 BENCH = os.path.dirname(os.path.abspath(__file__))
 REPO = os.path.dirname(BENCH)
@@ -84,15 +85,6 @@ def section(rows):
     return "\n".join(lines) + "\n"
 
 
-def write_section(path, text):
-    """Replaces this section of results.md, or appends it; the other sections stay as they are."""
-    old = open(path, encoding="utf-8").read() if os.path.exists(path) else "# Benchmarks\n"
-    pattern = re.compile(re.escape(HEADING) + r".*?(?=^## |\Z)", re.S | re.M)
-    new = pattern.sub(lambda _: text + "\n", old) if pattern.search(old) else old.rstrip("\n") + "\n\n" + text
-    with open(path, "w", encoding="utf-8") as f:
-        f.write(new.rstrip("\n") + "\n")
-
-
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--tool", required=True, help="the tool's executable (run only inside labs)")
@@ -108,7 +100,7 @@ def main():
             say(json.dumps(rows[-1]))
     with open(os.path.join(args.out, "results-conflicts.json"), "w", encoding="utf-8") as f:
         json.dump(rows, f, indent=1)
-    write_section(os.path.join(args.out, "results.md"), section(rows))
+    write_section(os.path.join(args.out, "results.md"), HEADING, section(rows))
     print(section(rows))
 
 

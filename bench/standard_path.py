@@ -18,6 +18,8 @@ import subprocess
 import sys
 import tempfile
 
+from sections import write_section
+
 BENCH = os.path.dirname(os.path.abspath(__file__))
 LAB = os.path.join(os.path.dirname(BENCH), "tools", "lab.py")
 MEASURE = os.path.join(BENCH, "measure.py")
@@ -96,11 +98,8 @@ def render(results, path):
         "cameras (`-i eth0`), then `--standard` moves eth1's standard cameras (`-i eth1`). Configuration = "
         "first to last force-IP or register command the cameras received; confirmation = from then to the "
         "end of the run. Both runs also spend one ARP probe (1 s) per camera before the first force-IP.",
-        "", *rows, ""])
-    text = open(path, encoding="utf-8").read() if os.path.exists(path) else ""
-    text = text.split(HEADING)[0].rstrip("\n")
-    with open(path, "w", encoding="utf-8") as f:
-        f.write((text + "\n\n" if text else "") + section)
+        "", *rows])
+    write_section(path, HEADING, section)
 
 
 def main():

@@ -311,3 +311,10 @@ std::string DottedText(unsigned int ip)
     Cipcalc().longtoip(ip, text);
     return text;
 }
+
+std::string MacText(const unsigned char* mac)
+{
+    char text[18] = {0};
+    snprintf(text, sizeof(text), "%02X-%02X-%02X-%02X-%02X-%02X", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    return text;
+}

@@ -41,3 +41,6 @@ private:
 
 // The dotted text of a host-order address.
 std::string DottedText(unsigned int ip);
+
+// The report form of a MAC address: 00-0F-31-AA-00-02.
+std::string MacText(const unsigned char* mac);

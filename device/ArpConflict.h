@@ -7,8 +7,8 @@
 
 // How a round of conflict probes is spread: every candidate gets kArpProbesPerRound probes,
 // kArpProbeIntervalMs apart, and the round listens until kArpRoundMs after it began, however many
-// candidates it holds (sooner only when every candidate is taken). A host must answer a probe within kArpRoundMs - (kArpProbesPerRound - 1) *
-// kArpProbeIntervalMs to be heard for certain.
+// candidates it holds (sooner only when every candidate is taken). A host must answer a probe within
+// kArpRoundMs - (kArpProbesPerRound - 1) * kArpProbeIntervalMs (500 ms) to be heard for certain.
 const unsigned int kArpProbesPerRound = 3;
 const unsigned int kArpProbeIntervalMs = 250;
 const unsigned int kArpRoundMs = 1000;

@@ -28,13 +28,13 @@ typedef std::vector<boost::shared_ptr<CDeviceInfo>> DeviceInfoList;
 const char* AccessStatusText(int status)
 {
     switch (status) {
-    case 1:
+    case DEVICE_ACCESS_STATUS_READWRITE:
         return "read/write";
-    case 2:
+    case DEVICE_ACCESS_STATUS_READONLY:
         return "read-only";
-    case 3:
+    case DEVICE_ACCESS_STATUS_NOACCESS:
         return "no access";
-    case 1000:
+    case DEVICE_ACCESS_STATUS_BUSY:
         return "busy (status 0xC000)";
     default:
         return "unknown";
@@ -358,7 +358,7 @@ void CInterface::__GetAllDeviceStatus(DeviceInfoList& records)
         } else {
             record->SetAccessStatus(DEVICE_ACCESS_STATUS_UNKNOWN);
         }
-        DiagCamera(description, *record, inSubnet, inSubnet ? status : 0);
+        DiagCamera(description, *record, inSubnet, inSubnet ? status : DEVICE_ACCESS_STATUS_UNKNOWN);
     }
 }
 

@@ -1,6 +1,7 @@
 #include "device/InterfaceSurvey.h"
 
 #include "common/Helper.h"
+#include "common/ipcalc.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -44,11 +45,6 @@ std::string SkipReason(const std::vector<KERNEL_ADDRESS>& entries, size_t index,
     return std::string();
 }
 
-std::string MACText(const unsigned char* mac)
-{
-    return Helper::MsgComposer("%02X-%02X-%02X-%02X-%02X-%02X", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
-}
-
 uint32_t AddressOf(const sockaddr& address)
 {
     sockaddr_in in;
@@ -68,7 +64,7 @@ KERNEL_ADDRESS ReadEntry(int fd, const ifreq& listed)
         entry.nMask = AddressOf(request.ifr_netmask);
     }
     if (ioctl(fd, SIOCGIFHWADDR, &request) == 0) {
-        entry.strMAC = MACText(reinterpret_cast<unsigned char*>(request.ifr_hwaddr.sa_data));
+        entry.strMAC = MacText(reinterpret_cast<unsigned char*>(request.ifr_hwaddr.sa_data));
     }
     if (ioctl(fd, SIOCGIFFLAGS, &request) == 0) {
         entry.bUp = (request.ifr_flags & IFF_UP) != 0;

@@ -1,6 +1,7 @@
 #include "device/LinuxNICAdapter.h"
 
 #include "common/Helper.h"
+#include "common/ipcalc.h"
 #include "common/InstanceFactory.h"
 #include "device/InterfaceSurvey.h"
 
@@ -68,8 +69,7 @@ void CLinuxNICAdapter::GetInterfaceList(std::vector<NIC_INFO>& list)
             }
             if (ioctl(fd, SIOCGIFHWADDR, &request) == 0) {
                 const unsigned char* mac = reinterpret_cast<unsigned char*>(request.ifr_hwaddr.sa_data);
-                work.strMAC = Helper::MsgComposer("%02X-%02X-%02X-%02X-%02X-%02X", mac[0], mac[1], mac[2],
-                                                  mac[3], mac[4], mac[5]);
+                work.strMAC = MacText(mac);
                 memcpy(work.aHexMAC, mac, 6);
             }
             list.push_back(work);

@@ -4,6 +4,7 @@
 #include "common/ErrorCodes.h"
 #include "common/Exception.h"
 #include "common/Helper.h"
+#include "common/ipcalc.h"
 #include "common/InstanceFactory.h"
 #include "common/LinuxAPI.h"
 #include "gvcp/DeviceInfo.h"
@@ -132,8 +133,7 @@ bool CDeviceDiscovery::__CheckVendorMacFlag(const ZQ_DISCOVERY_ACK& ack)
     if (m_strVendorMacFlag.empty()) {
         return true;
     }
-    const std::string mac = Helper::MsgComposer("%02X-%02X-%02X-%02X-%02X-%02X", ack.aMAC[0], ack.aMAC[1],
-                                                ack.aMAC[2], ack.aMAC[3], ack.aMAC[4], ack.aMAC[5]);
+    const std::string mac = MacText(ack.aMAC);
     return mac.compare(0, m_strVendorMacFlag.size(), m_strVendorMacFlag) == 0;
 }
 

@@ -1,6 +1,5 @@
 #include "gvcp/LinkFrame.h"
 
-
 #include <arpa/inet.h>
 #include <cstddef>
 #include <cstring>

@@ -14,13 +14,6 @@ using GenICam::Client::Helper::IsDiagnostics;
 
 namespace {
 
-std::string MacText(const uint8_t* mac)
-{
-    char text[18] = {0};
-    snprintf(text, sizeof(text), "%02X-%02X-%02X-%02X-%02X-%02X", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
-    return text;
-}
-
 const char* ClaimText(ARP_CLAIM_KIND kind)
 {
     switch (kind) {

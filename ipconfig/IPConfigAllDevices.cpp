@@ -31,6 +31,16 @@ bool CIPConfigAllDevices::ms_bStandard = false;
 bool CIPConfigAllDevices::ms_bCheckConflicts = false;
 std::map<unsigned int, std::string> CIPConfigAllDevices::ms_mapUsedBy;
 
+const IP_ASSIGNMENT* FindRecord(const std::vector<IP_ASSIGNMENT>& records, const std::string& devID)
+{
+    for (const IP_ASSIGNMENT& record : records) {
+        if (record.strDevID == devID) {
+            return &record;
+        }
+    }
+    return nullptr;
+}
+
 bool IsIPValid(unsigned int ip)
 {
     return ip != 0 && (ip < kLinkLocalFirst || ip > kLinkLocalLast);

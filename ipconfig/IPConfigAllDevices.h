@@ -47,6 +47,9 @@ struct IP_ASSIGNMENT {
     bool bPersistent;      // the standard path stored the address in the device
 };
 
+// The record of the device with this ID in `records`; null when there is none.
+const IP_ASSIGNMENT* FindRecord(const std::vector<IP_ASSIGNMENT>& records, const std::string& devID);
+
 // False for 0 and for the link-local block 169.254.0.0/16.
 bool IsIPValid(unsigned int ip);
 

@@ -1,0 +1,13 @@
+"""The one place that writes a section of its own into results.md, which several benches share."""
+
+import os
+import re
+
+
+def write_section(path, heading, text):
+    """Replaces the section under `heading`, or appends it; every other section stays as it is."""
+    old = open(path, encoding="utf-8").read() if os.path.exists(path) else "# Benchmarks\n"
+    pattern = re.compile(re.escape(heading) + r".*?(?=^## |\Z)", re.S | re.M)
+    new = pattern.sub(lambda _: text + "\n\n", old) if pattern.search(old) else old.rstrip("\n") + "\n\n" + text
+    with open(path, "w", encoding="utf-8") as f:
+        f.write(new.rstrip("\n") + "\n")

@@ -3,6 +3,7 @@
 #include "app/Options.h"
 #include "app/RunDiagnostics.h"
 #include "common/Diagnostics.h"
+#include "gvcp/LinkTap.h"
 #include "ipconfig/IPConfigAllDevices.h"
 
 #include <cstdio>
@@ -108,6 +109,11 @@ int main(int argc, char* argv[])
     const std::string unusable = FindInterfaceProblem(options.vecInterface);
     if (!unusable.empty()) {
         return UsageError(unusable);
+    }
+    // Without the right no probe goes out, and an unprobed candidate must not pass for free.
+    if (options.bCheckConflicts && !GenICam::Client::HasRawNetworkRight()) {
+        fprintf(stderr, "autoipconfig: --check-conflicts needs the raw-network right (CAP_NET_RAW)\n");
+        return 1;
     }
     GenICam::Client::Helper::SetDiagnostics(options.bVerbose);
     return Run(options);

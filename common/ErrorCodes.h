@@ -13,6 +13,7 @@ enum : int {
     GC_ERR_IO = -1010,
     GC_ERR_TIMEOUT = -1011,
     GC_ERR_INVALID_ADDRESS = -1015,
+    GC_ERR_STOPPED = -1099, // a stop request ended a wait: unwind, do not retry
 };
 
 } // namespace Client

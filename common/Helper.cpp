@@ -2,6 +2,7 @@
 
 #include "common/ErrorCodes.h"
 #include "common/Exception.h"
+#include "common/StopToken.h"
 
 #include <cctype>
 #include <cstdarg>
@@ -9,7 +10,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <sstream>
-#include <sys/time.h>
 #include <vector>
 
 namespace GenICam {
@@ -103,11 +103,10 @@ size_t charTowchar(const char* src, wchar_t* dst, int dstBytes)
     return mbstowcs(dst, src, dstBytes / 4);
 }
 
+// Reads CLOCK_MONOTONIC, not the wall clock: a clock stepped by time sync must not cut a time-out.
 uint64_t GetSystemCounterMs()
 {
-    timeval now{};
-    gettimeofday(&now, nullptr);
-    return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_usec) / 1000;
+    return MonotonicMs();
 }
 
 std::string tolower(const std::string& s)

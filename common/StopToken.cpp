@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
+#include <vector>
 
 namespace GenICam {
 namespace Client {
@@ -63,27 +64,35 @@ int RemainingMs(uint64_t deadlineMs)
     return deadlineMs > now ? static_cast<int>(deadlineMs - now) : 0;
 }
 
-// fd -1 waits for the stop alone.
-WAIT_RESULT PollWithStop(int fd, uint64_t deadlineMs, int* error)
+// No descriptors waits for the stop alone; `ready` gets the index of the first readable one.
+WAIT_RESULT PollWithStop(const int* fds, size_t count, uint64_t deadlineMs, size_t* ready, int* error)
 {
-    pollfd fds[2] = {{ProcessStopToken().GetFd(), POLLIN, 0}, {fd, POLLIN, 0}};
-    const nfds_t count = fd < 0 ? 1 : 2;
+    std::vector<pollfd> polled(1 + count, pollfd{-1, POLLIN, 0});
+    polled[0].fd = ProcessStopToken().GetFd();
+    for (size_t i = 0; i < count; ++i) {
+        polled[1 + i].fd = fds[i];
+    }
     for (;;) {
-        const int ready = poll(fds, count, RemainingMs(deadlineMs));
-        if (ready < 0 && errno == EINTR) {
+        const int result = poll(polled.data(), polled.size(), RemainingMs(deadlineMs));
+        if (result < 0 && errno == EINTR) {
             continue;
         }
-        if (ready < 0) {
+        if (result < 0) {
             if (error != nullptr) {
                 *error = errno;
             }
             return WAIT_FAILED;
         }
-        if ((fds[0].revents & POLLIN) != 0) {
+        if ((polled[0].revents & POLLIN) != 0) {
             return WAIT_STOPPED;
         }
-        if (count == 2 && fds[1].revents != 0) {
-            return WAIT_READY;
+        for (size_t i = 0; i < count; ++i) {
+            if (polled[1 + i].revents != 0) {
+                if (ready != nullptr) {
+                    *ready = i;
+                }
+                return WAIT_READY;
+            }
         }
         if (RemainingMs(deadlineMs) == 0) {
             return WAIT_TIMEOUT;
@@ -95,12 +104,17 @@ WAIT_RESULT PollWithStop(int fd, uint64_t deadlineMs, int* error)
 
 WAIT_RESULT WaitReadable(int fd, uint64_t deadlineMs, int* error)
 {
-    return PollWithStop(fd, deadlineMs, error);
+    return PollWithStop(&fd, 1, deadlineMs, nullptr, error);
+}
+
+WAIT_RESULT WaitAnyReadable(const int* fds, size_t count, uint64_t deadlineMs, size_t* ready, int* error)
+{
+    return PollWithStop(fds, count, deadlineMs, ready, error);
 }
 
 bool SleepUntil(uint64_t deadlineMs)
 {
-    return PollWithStop(-1, deadlineMs, nullptr) != WAIT_STOPPED;
+    return PollWithStop(nullptr, 0, deadlineMs, nullptr, nullptr) != WAIT_STOPPED;
 }
 
 } // namespace Client

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace GenICam {
@@ -41,6 +42,9 @@ uint64_t MonotonicMs();
 // Waits until `fd` is readable, the monotonic deadline passes or a stop is requested. EINTR is retried
 // against the same deadline. `error` (may be null) gets the errno of WAIT_FAILED.
 WAIT_RESULT WaitReadable(int fd, uint64_t deadlineMs, int* error);
+
+// WaitReadable over several descriptors; `ready` (may be null) gets the index of one that is readable.
+WAIT_RESULT WaitAnyReadable(const int* fds, size_t count, uint64_t deadlineMs, size_t* ready, int* error);
 
 // Sleeps until the monotonic deadline; false when a stop ended it early.
 bool SleepUntil(uint64_t deadlineMs);

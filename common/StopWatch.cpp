@@ -5,9 +5,13 @@ namespace Client {
 
 CStopWatch::CStopWatch() : m_tvNow(), m_tz(), m_nStartMs(0), m_nStopMs(0), m_tsTick() {}
 
+// Elapsed time runs on CLOCK_MONOTONIC too, so a stepped wall clock cannot end the runner's time budget.
 int64_t CStopWatch::ReadWallClockMs()
 {
-    gettimeofday(&m_tvNow, &m_tz);
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    m_tvNow.tv_sec = now.tv_sec;
+    m_tvNow.tv_usec = now.tv_nsec / 1000;
     return static_cast<int64_t>(m_tvNow.tv_sec) * 1000 + m_tvNow.tv_usec / 1000;
 }
 

@@ -7,7 +7,7 @@
 namespace GenICam {
 namespace Client {
 
-// Millisecond stopwatch on the wall clock, plus a monotonic tick count.
+// Millisecond stopwatch and tick count, both on the monotonic clock.
 class CStopWatch {
 public:
     CStopWatch();

@@ -1,12 +1,21 @@
 #include "device/ARP.h"
 
+#include "common/StopToken.h"
 #include "common/ipcalc.h"
+
+#include <cerrno>
 
 #include <arpa/inet.h>
 #include <cstring>
-#include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+using GenICam::Client::MonotonicMs;
+using GenICam::Client::WAIT_FAILED;
+using GenICam::Client::WAIT_READY;
+using GenICam::Client::WAIT_STOPPED;
+using GenICam::Client::WAIT_TIMEOUT;
+using GenICam::Client::WaitReadable;
 
 namespace {
 
@@ -22,7 +31,7 @@ CARP::~CARP() = default;
 bool CARP::Open()
 {
     m_nSocket = -1;
-    const int fd = socket(AF_INET, SOCK_PACKET, htons(ARP_PROBE_LISTEN_TYPE));
+    const int fd = socket(AF_INET, SOCK_PACKET | SOCK_CLOEXEC, htons(ARP_PROBE_LISTEN_TYPE));
     if (fd <= 0) {
         return false;
     }
@@ -45,49 +54,65 @@ void CARP::CloseSocket()
 
 bool CARP::ARPRecv(ARP_PACKET* buffer, unsigned int length, unsigned int timeoutMs)
 {
+    return __Receive(buffer, length, timeoutMs) > 0;
+}
+
+int CARP::__Receive(ARP_PACKET* buffer, unsigned int length, unsigned int timeoutMs)
+{
     if (m_nSocket <= 0 || buffer == nullptr) {
-        return false;
+        return -EBADF;
     }
-    fd_set readable;
-    FD_ZERO(&readable);
-    FD_SET(m_nSocket, &readable);
-    timeval timeout;
-    timeout.tv_sec = timeoutMs / 1000;
-    timeout.tv_usec = (timeoutMs % 1000) * 1000;
-    if (select(m_nSocket + 1, &readable, nullptr, nullptr, &timeout) <= 0 || !FD_ISSET(m_nSocket, &readable)) {
-        return false;
+    int error = 0;
+    switch (WaitReadable(m_nSocket, MonotonicMs() + timeoutMs, &error)) {
+    case WAIT_TIMEOUT:
+        return 0;
+    case WAIT_STOPPED:
+        return -ECANCELED;
+    case WAIT_FAILED:
+        return -error;
+    case WAIT_READY:
+        break;
     }
-    return recv(m_nSocket, buffer, length, 0) >= 0;
+    return recv(m_nSocket, buffer, length, 0) >= 0 ? 1 : -errno;
 }
 
 bool CARP::DetectIP(const char* localIP, const char* probeIP, const char* localMAC, const char* deviceName)
 {
+    return Probe(localIP, probeIP, localMAC, deviceName).nKind == ARP_PROBE_TAKEN;
+}
+
+ARP_PROBE_RESULT CARP::Probe(const char* localIP, const char* probeIP, const char* localMAC, const char* deviceName)
+{
     const in_addr_t local = inet_addr(localIP);
     const in_addr_t probe = inet_addr(probeIP);
     if (local == probe) {
-        return true;
+        return {ARP_PROBE_TAKEN, 0};
     }
     unsigned char mac[6] = {0};
     Cipcalc().StrToMac(localMAC, mac);
     ARP_PACKET request = EncodeArpProbe(mac, local, probe);
+    errno = 0;
     if (!Open()) {
-        return false;
+        return {ARP_PROBE_NO_SOCKET, errno};
     }
     // The link-level address of SOCK_PACKET: a 2-byte family left 0, then the device name.
     sockaddr link;
     memset(&link, 0, sizeof(link));
     memcpy(link.sa_data, deviceName, strnlen(deviceName, sizeof(link.sa_data)));
     if (sendto(m_nSocket, &request, sizeof(request), 0, &link, sizeof(link)) < 0) {
+        const int error = errno;
         CloseSocket();
-        return false;
+        return {ARP_PROBE_FAILED, error};
     }
     ARP_PACKET reply;
     memset(&reply, 0, sizeof(reply));
-    if (!ARPRecv(&reply, sizeof(reply), kReplyWaitMs)) {
-        CloseSocket();
-        return false;
-    }
-    const bool taken = MatchArpReply(reply, local, mac) == ARP_MATCH;
+    const int received = __Receive(&reply, sizeof(reply), kReplyWaitMs);
     CloseSocket();
-    return taken;
+    if (received < 0) {
+        return {ARP_PROBE_FAILED, -received};
+    }
+    if (received == 0) {
+        return {ARP_PROBE_FREE, 0};
+    }
+    return {MatchArpReply(reply, local, mac) == ARP_MATCH ? ARP_PROBE_TAKEN : ARP_PROBE_FREE, 0};
 }

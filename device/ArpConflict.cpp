@@ -1,9 +1,10 @@
 #include "device/ArpConflict.h"
 
+#include "common/StopToken.h"
+
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
@@ -11,6 +12,8 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+using GenICam::Client::MonotonicMs;
 
 namespace {
 
@@ -27,16 +30,10 @@ bool AllClaimed(const std::vector<ARP_CLAIM>& claims)
     return true;
 }
 
-long long NowMs()
-{
-    return std::chrono::duration_cast<std::chrono::milliseconds>(
-               std::chrono::steady_clock::now().time_since_epoch())
-        .count();
-}
 
 } // namespace
 
-CArpConflictProbe::CArpConflictProbe() : m_nSocket(-1), m_aMAC() {}
+CArpConflictProbe::CArpConflictProbe() : m_nSocket(-1), m_nErrno(0), m_aMAC() {}
 
 CArpConflictProbe::~CArpConflictProbe()
 {
@@ -46,15 +43,16 @@ CArpConflictProbe::~CArpConflictProbe()
 bool CArpConflictProbe::Open(const std::string& device, const uint8_t* mac)
 {
     Close();
+    m_nErrno = 0;
     memcpy(m_aMAC, mac, sizeof(m_aMAC));
     const unsigned int index = if_nametoindex(device.substr(0, device.find(':')).c_str());
     if (index == 0) {
-        return false;
+        return __Fail(errno);
     }
     // Protocol 0 until bound: no frame is queued before the filter is in place.
-    m_nSocket = socket(AF_PACKET, SOCK_RAW, 0);
+    m_nSocket = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
     if (m_nSocket < 0) {
-        return false;
+        return __Fail(errno);
     }
     std::vector<sock_filter> program = BuildArpFilter();
     const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
@@ -65,6 +63,7 @@ bool CArpConflictProbe::Open(const std::string& device, const uint8_t* mac)
     link.sll_ifindex = static_cast<int>(index);
     if (setsockopt(m_nSocket, SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof(filter)) != 0 ||
         bind(m_nSocket, reinterpret_cast<const sockaddr*>(&link), sizeof(link)) != 0) {
+        __Fail(errno);
         Close();
         return false;
     }
@@ -83,14 +82,28 @@ void CArpConflictProbe::Close()
     }
 }
 
+int CArpConflictProbe::GetErrno() const
+{
+    return m_nErrno;
+}
+
+// Keeps the first failure: later ones are usually its echo.
+bool CArpConflictProbe::__Fail(int error)
+{
+    if (m_nErrno == 0) {
+        m_nErrno = error != 0 ? error : EIO;
+    }
+    return false;
+}
+
 std::vector<ARP_CLAIM> CArpConflictProbe::Round(const std::vector<uint32_t>& candidates)
 {
     std::vector<ARP_CLAIM> claims(candidates.size(), ARP_CLAIM{ARP_CLAIM_NONE, 0, {0}});
-    const long long start = NowMs();
-    // A round whose candidates are all taken has nothing left to learn.
-    for (unsigned int probe = 0; probe < kArpProbesPerRound && !AllClaimed(claims); ++probe) {
+    const uint64_t start = MonotonicMs();
+    // A round whose candidates are all taken has nothing left to learn; a failed one cannot say "free".
+    for (unsigned int probe = 0; probe < PROBE_NUM && !AllClaimed(claims) && m_nErrno == 0; ++probe) {
         __SendProbes(candidates, claims);
-        const unsigned int next = probe + 1 < kArpProbesPerRound ? (probe + 1) * kArpProbeIntervalMs : kArpRoundMs;
+        const unsigned int next = probe + 1 < PROBE_NUM ? (probe + 1) * PROBE_SPACING_MS : PROBE_ROUND_MS;
         __Listen(candidates, claims, start + next);
     }
     return claims;
@@ -99,30 +112,34 @@ std::vector<ARP_CLAIM> CArpConflictProbe::Round(const std::vector<uint32_t>& can
 // A candidate already claimed is not probed again.
 void CArpConflictProbe::__SendProbes(const std::vector<uint32_t>& candidates, const std::vector<ARP_CLAIM>& claims)
 {
-    for (size_t i = 0; i < candidates.size(); ++i) {
+    for (size_t i = 0; i < candidates.size() && m_nErrno == 0; ++i) {
         if (claims[i].nKind == ARP_CLAIM_NONE) {
             const ARP_PACKET frame = EncodeArpConflictProbe(m_aMAC, candidates[i]);
-            send(m_nSocket, &frame, sizeof(frame), 0);
+            if (send(m_nSocket, &frame, sizeof(frame), 0) != static_cast<ssize_t>(sizeof(frame))) {
+                __Fail(errno);
+            }
         }
     }
 }
 
 void CArpConflictProbe::__Listen(const std::vector<uint32_t>& candidates, std::vector<ARP_CLAIM>& claims,
-                                 long long untilMs)
+                                 uint64_t untilMs)
 {
     uint8_t frame[sizeof(ARP_PACKET)];
-    for (long long now = NowMs(); now < untilMs && !AllClaimed(claims); now = NowMs()) {
-        pollfd ready = {m_nSocket, POLLIN, 0};
-        const int polled = poll(&ready, 1, static_cast<int>(untilMs - now));
-        if (polled < 0 && errno != EINTR) {
+    while (m_nErrno == 0 && !AllClaimed(claims)) {
+        int error = 0;
+        const GenICam::Client::WAIT_RESULT waited = GenICam::Client::WaitReadable(m_nSocket, untilMs, &error);
+        if (waited == GenICam::Client::WAIT_TIMEOUT) {
             return;
         }
-        if (polled <= 0) {
-            continue;
+        if (waited != GenICam::Client::WAIT_READY) {
+            __Fail(waited == GenICam::Client::WAIT_STOPPED ? ECANCELED : error);
+            return;
         }
         const ssize_t length = recv(m_nSocket, frame, sizeof(frame), 0);
         if (length < 0) {
-            continue;
+            __Fail(errno);
+            return;
         }
         const ARP_CLAIM claim = ReadArpClaim(frame, static_cast<size_t>(length), m_aMAC);
         if (claim.nKind == ARP_CLAIM_NONE) {

@@ -5,18 +5,22 @@
 #include "common/Exception.h"
 #include "common/Helper.h"
 #include "common/InstanceFactory.h"
+#include "common/StopToken.h"
 #include "common/StopWatch.h"
 #include "common/ipcalc.h"
 #include "device/ARP.h"
 #include "device/Interface.h"
 #include "gvcp/GVCPCtrlPort.h"
 #include "gvcp/GvcpCodec.h"
+#include "gvcp/GvcpExchange.h"
 #include "gvcp/LinkTap.h"
 
 #include <algorithm>
 #include <cstring>
 #include <exception>
 #include <memory>
+#include <stdexcept>
+#include <vector>
 
 namespace GenICam {
 namespace Client {
@@ -93,75 +97,91 @@ FORCE_ENDPOINTS OpenForceEndpoints(CInterface& itf, int port)
     return endpoints;
 }
 
-// A device that took the new address may answer by unicast, which only the interface-bound endpoint gets;
-// without a tap such an answer is looked for in the first half of the wait.
-void ReceiveAck(FORCE_ENDPOINTS& endpoints, bool unicastToo, unsigned char* datagram, unsigned int* received)
-{
-    unsigned int sourceIp = 0;
-    unsigned int sourcePort = 0;
-    const unsigned int size = sizeof(GVCP_ACK_HEADER);
-    if (endpoints.tap || !unicastToo) {
-        CUdpComm& endpoint = endpoints.tap ? *endpoints.tap : *endpoints.receiver;
-        endpoint.Receive(datagram, size, &sourceIp, &sourcePort, received, kForceAckWaitMs);
-        return;
-    }
-    try {
-        endpoints.sender->Receive(datagram, size, &sourceIp, &sourcePort, received, kForceAckWaitMs / 2);
-        return;
-    } catch (CAppException& e) {
-        if (e.GetErrorCode() != GC_ERR_TIMEOUT) {
-            throw;
-        }
-    }
-    endpoints.receiver->Receive(datagram, size, &sourceIp, &sourcePort, received,
-                                kForceAckWaitMs - kForceAckWaitMs / 2);
-}
-
 using AckDecoder = GVCP_REJECTION (*)(const uint8_t*, size_t, uint16_t, GVCP_ACK_FIELDS&);
 
-// Reads acknowledge headers until one accepts or refuses; a time-out raises from Receive.
-bool AwaitForceAck(FORCE_ENDPOINTS& endpoints, bool unicastToo, AckDecoder decode, uint16_t reqID,
-                   const char* operation, std::string& error, uint16_t& refusal)
+// Raises what the endpoint or the send raised before the exchange returned values, so texts stay as they were.
+[[noreturn]] void RaiseForceFailure(const GVCP_RESULT& result, const char* operation, const std::string& error)
 {
-    for (int attempt = 0; attempt < kReceiveAttempts; ++attempt) {
-        unsigned char datagram[sizeof(GVCP_ACK_HEADER)];
-        unsigned int received = 0;
-        ReceiveAck(endpoints, unicastToo, datagram, &received);
-        GVCP_ACK_FIELDS ack;
-        if (decode(datagram, received, reqID, ack) != GVCP_ACCEPTED) {
-            error = "ACK error!";
-            continue;
+    switch (result.nKind) {
+    case GVCP_RESULT_NO_ANSWER:
+        APP_THROW_AS("Receive", GC_ERR_TIMEOUT, "The configuration could not be save !");
+    case GVCP_RESULT_STOPPED:
+        APP_THROW_AS("Receive", GC_ERR_STOPPED, "Stopped.");
+    case GVCP_RESULT_SOCKET_FAILED:
+        APP_THROW_AS("Receive", GC_ERR_IO, "select() Error !");
+    case GVCP_RESULT_SEND_FAILED:
+        if (result.nErrno != 0) {
+            throw std::runtime_error("send data failed");
         }
-        const uint16_t status = ack.nStatus;
-        if (status == GVCP_STATUS_SUCCESS) {
-            return true;
-        }
-        refusal = status;
-        if (status == GVCP_STATUS_FORCEIP_FORBIDDEN) {
-            error = "IP Configuration is forbidden to set to device!";
-            return false;
-        }
-        error = Helper::MsgComposer("{App}{%s:line[%d]}{ACK Status = 0x%x!}", operation, __LINE__,
-                                    static_cast<unsigned int>(status));
+        break;
+    default:
+        break;
     }
-    return false;
+    APP_THROW_AS(operation, GC_ERR_ERROR, error);
 }
 
-// Three sends at most; the first whole one is followed by the acknowledge wait, which decides.
-bool BroadcastAwaitingAck(FORCE_ENDPOINTS& endpoints, bool unicastToo, void* packet, unsigned int length,
-                          AckDecoder decode, uint16_t reqID, const char* operation, std::string& error,
-                          uint16_t& refusal)
+// Up to three reads, each with the whole wait; a refusal other than "forbidden" or an acknowledge that does
+// not decode is followed by the next read. `last` is how the last read ended; the result keeps a refusal
+// that a later silence followed, since the device did answer.
+GVCP_RESULT AwaitForceAck(CGvcpExchange& exchange, AckDecoder decode, uint16_t reqID, const char* operation,
+                          std::string& error, GVCP_RESULT& last)
 {
-    for (int attempt = 0; attempt < kSendAttempts; ++attempt) {
-        unsigned int sent = 0;
-        endpoints.sender->Send(static_cast<unsigned char*>(packet), length, kBroadcast, GVCP_PORT, &sent);
-        if (sent < length) {
-            error = kSendLengthError;
+    const GVCP_ACK_DECODER decoder = [&](const uint8_t* data, size_t size, GVCP_ACK_FIELDS& out) {
+        return decode(data, size, reqID, out);
+    };
+    GVCP_RESULT refusal;
+    for (int attempt = 0; attempt < kReceiveAttempts; ++attempt) {
+        last = exchange.ReadOne(MonotonicMs() + kForceAckWaitMs, decoder);
+        switch (last.nKind) {
+        case GVCP_RESULT_OK:
+            return last;
+        case GVCP_RESULT_BAD_ACK:
+            error = "ACK error!";
             continue;
+        case GVCP_RESULT_REFUSED:
+            refusal = last;
+            if (last.nStatus == GVCP_STATUS_FORCEIP_FORBIDDEN) {
+                error = "IP Configuration is forbidden to set to device!";
+                return last;
+            }
+            error = Helper::MsgComposer("{App}{%s:line[%d]}{ACK Status = 0x%x!}", operation, __LINE__,
+                                        static_cast<unsigned int>(last.nStatus));
+            continue;
+        default:
+            return last.nKind == GVCP_RESULT_NO_ANSWER && refusal.nKind == GVCP_RESULT_REFUSED ? refusal : last;
         }
-        return AwaitForceAck(endpoints, unicastToo, decode, reqID, operation, error, refusal);
     }
-    return false;
+    return last;
+}
+
+// Three sends at most; the first whole one is followed by the acknowledge wait, which decides. Without a tap,
+// a device that took the new address may answer by unicast, which only the interface-bound endpoint gets, so
+// both endpoints are read together for the whole wait.
+GVCP_RESULT ForceExchange(FORCE_ENDPOINTS& endpoints, bool unicastToo, void* packet, unsigned int length,
+                          AckDecoder decode, uint16_t reqID, const char* operation, std::string& error,
+                          GVCP_RESULT& last)
+{
+    std::vector<CUdpComm*> listen{endpoints.receiver.get()};
+    if (endpoints.tap) {
+        listen = {endpoints.tap.get()};
+    } else if (unicastToo) {
+        listen.push_back(endpoints.sender.get());
+    }
+    unsigned char datagram[sizeof(GVCP_ACK_HEADER)];
+    CGvcpExchange exchange(listen, datagram, sizeof(datagram));
+    GVCP_RESULT sent;
+    for (int attempt = 0; attempt < kSendAttempts; ++attempt) {
+        sent = exchange.Send(*endpoints.sender, packet, length, kBroadcast, GVCP_PORT);
+        last = sent;
+        if (sent.IsOk()) {
+            return AwaitForceAck(exchange, decode, reqID, operation, error, last);
+        }
+        if (sent.nErrno != 0) {
+            return sent;
+        }
+        error = kSendLengthError;
+    }
+    return sent;
 }
 
 // " (status 0x8002)" for a refusing acknowledge; nothing when none came.
@@ -185,6 +205,51 @@ bool Guarded(Command command, std::string& error)
         error = "Unexpected error!";
     }
     return false;
+}
+
+// The value a failure of the control port stands for.
+GVCP_RESULT ResultOfFailure(int code)
+{
+    GVCP_RESULT result;
+    switch (code) {
+    case GC_ERR_TIMEOUT:
+        return GvcpResultOf(GVCP_RESULT_NO_ANSWER);
+    case GC_ERR_STOPPED:
+        return GvcpResultOf(GVCP_RESULT_STOPPED);
+    case GC_ERR_IO:
+        return GvcpResultOf(GVCP_RESULT_SOCKET_FAILED);
+    case GC_ERR_NOT_IMPLEMENTED:
+        return GvcpResultOf(GVCP_RESULT_NOT_SUPPORTED);
+    case GC_ERR_ACCESS_DENIED:
+        result.nKind = GVCP_RESULT_REFUSED;
+        result.nStatus = GVCP_STATUS_ACCESS_DENIED;
+        return result;
+    default:
+        // Device statuses travel as positive codes; anything else is an answer that made no sense.
+        if (code > 0 && code <= 0xFFFF) {
+            result.nKind = GVCP_RESULT_REFUSED;
+            result.nStatus = static_cast<uint16_t>(code);
+            return result;
+        }
+        return GvcpResultOf(GVCP_RESULT_BAD_ACK);
+    }
+}
+
+// Guarded, with the failure as a value.
+template <typename Command>
+GVCP_RESULT GuardedResult(Command command, std::string& error)
+{
+    try {
+        command();
+        return GvcpResultOf(GVCP_RESULT_OK);
+    } catch (CAppException& e) {
+        error = e.what();
+        return ResultOfFailure(e.GetErrorCode());
+    } catch (std::exception& e) {
+        // The one standard error of the port: a datagram the kernel refused.
+        error = e.what();
+        return GvcpResultOf(GVCP_RESULT_SEND_FAILED);
+    }
 }
 
 struct CtrlPortRelease {
@@ -377,7 +442,7 @@ bool CDevice::SetForceIPEx(char const* ip, char const* mask, char const* gateway
         error = "{App}{Invalid parameter!}";
         return false;
     }
-    m_nForceIPExStatus = 0;
+    m_stForceIP = FORCEIP_OUTCOME();
     const bool ok = Guarded(
         [&] {
             __SendForceIPExCmd(ip, mask, gateway, text, ipConfig);
@@ -388,7 +453,8 @@ bool CDevice::SetForceIPEx(char const* ip, char const* mask, char const* gateway
         error);
     if (!ok) {
         Helper::Diag("%s: 0x9000 %s/%s not taken%s: %s", __DiagName().c_str(), ip, mask,
-                     StatusText(m_nForceIPExStatus).c_str(), error.c_str());
+                     StatusText(m_stForceIP.stMove.nStatus).c_str(), error.c_str());
+        __NoteUnsentMove();
     }
     return ok;
 }
@@ -397,16 +463,17 @@ bool CDevice::SetStandardForceIP(unsigned int ip, unsigned int mask, unsigned in
                                  std::string& error)
 {
     persistent = false;
-    m_nForceIPExStatus = 0;
+    m_stForceIP = FORCEIP_OUTCOME();
     const std::string name = __DiagName();
     if (!Guarded([&] { __SendStaticForceIPCmd(ip, mask, gateway); }, error)) {
         Helper::Diag("%s: FORCEIP %s/%s not taken%s: %s", name.c_str(), DottedText(ip).c_str(),
-                     DottedText(mask).c_str(), StatusText(m_nForceIPExStatus).c_str(), error.c_str());
+                     DottedText(mask).c_str(), StatusText(m_stForceIP.stMove.nStatus).c_str(), error.c_str());
+        __NoteUnsentMove();
         return false;
     }
     Helper::Diag("%s: FORCEIP %s/%s acknowledged (valid until it restarts)", name.c_str(), DottedText(ip).c_str(),
                  DottedText(mask).c_str());
-    persistent = __StorePersistentIP(ip, mask, gateway);
+    persistent = _StorePersistentIP(ip, mask, gateway);
     Helper::Diag("%s: address %s", name.c_str(), persistent ? "stored" : "kept until restart");
     return true;
 }
@@ -426,9 +493,11 @@ void CDevice::__SendForceIPExCmd(char const* ip, char const* mask, char const* g
     // Devices answer by broadcast, so without a tap the acknowledge is read on the wildcard endpoint.
     FORCE_ENDPOINTS endpoints = OpenForceEndpoints(*m_pInterface, GVCP_FORCEIP_EX_PORT_LOCAL);
     std::string error;
-    if (!BroadcastAwaitingAck(endpoints, false, &command, sizeof(command), DecodeForceIPExAck, fields.nReqID,
-                              "__SendForceIPExCmd", error, m_nForceIPExStatus)) {
-        APP_THROW(GC_ERR_ERROR, error);
+    GVCP_RESULT last;
+    m_stForceIP.stMove = ForceExchange(endpoints, false, &command, sizeof(command), DecodeForceIPExAck,
+                                       fields.nReqID, "__SendForceIPExCmd", error, last);
+    if (!m_stForceIP.stMove.IsOk()) {
+        RaiseForceFailure(last, __FUNCTION__, error);
     }
 }
 
@@ -445,7 +514,20 @@ void CDevice::__SendForceIPCmd() const
 
 uint16_t CDevice::GetForceIPExStatus() const
 {
-    return m_nForceIPExStatus;
+    return m_stForceIP.stMove.nStatus;
+}
+
+const FORCEIP_OUTCOME& CDevice::GetForceIPOutcome() const
+{
+    return m_stForceIP;
+}
+
+// A failure before the exchange ran (an endpoint that would not open) is a socket failure, not "not run".
+void CDevice::__NoteUnsentMove()
+{
+    if (m_stForceIP.stMove.nKind == GVCP_RESULT_NOT_RUN) {
+        m_stForceIP.stMove = GvcpResultOf(GVCP_RESULT_SOCKET_FAILED);
+    }
 }
 
 void CDevice::__SendStaticForceIPCmd(unsigned int ip, unsigned int mask, unsigned int gateway) const
@@ -456,25 +538,26 @@ void CDevice::__SendStaticForceIPCmd(unsigned int ip, unsigned int mask, unsigne
     FORCEIP_CMD command = EncodeStaticForceIPCmd(mac, ip, mask, gateway, reqID);
     FORCE_ENDPOINTS endpoints = OpenForceEndpoints(*m_pInterface, GVCP_FORCEIP_PORT_LOCAL);
     std::string error;
-    if (!BroadcastAwaitingAck(endpoints, true, &command, sizeof(command), DecodeForceIPAck, reqID,
-                              "__SendStaticForceIPCmd", error, m_nForceIPExStatus)) {
-        APP_THROW(GC_ERR_ERROR, error);
+    GVCP_RESULT last;
+    m_stForceIP.stMove = ForceExchange(endpoints, true, &command, sizeof(command), DecodeForceIPAck, reqID,
+                                       "__SendStaticForceIPCmd", error, last);
+    if (!m_stForceIP.stMove.IsOk()) {
+        RaiseForceFailure(last, __FUNCTION__, error);
     }
 }
 
 // Control privilege belongs to the address and port that took it, so the whole transaction goes through one
 // port, and control is given back on every way out once taken. False leaves the address valid until restart.
-bool CDevice::__StorePersistentIP(unsigned int ip, unsigned int mask, unsigned int gateway) const
+bool CDevice::_StorePersistentIP(unsigned int ip, unsigned int mask, unsigned int gateway) const
 {
     const std::string name = __DiagName();
     CtrlPort port;
     std::string error;
     bool asked = false;
-    bool refused = false;
-    const bool controlled = Guarded(
+    GVCP_RESULT& store = m_stForceIP.stStore;
+    store = GuardedResult(
         [&] {
-            port.reset(CInstanceFactory::CreateGVCPCtrlPortIntstance(m_pInterface->GetInterfaceIP(), ip,
-                                                                     m_pInterface->GetInterfaceDescription()));
+            port.reset(_CreateCtrlPort(ip));
             const unsigned long optionsReg = GVCP_REG_IP_CONFIG_OPTIONS;
             uint32_t options = 0;
             ReadRegisters(*port, &optionsReg, &options, 1);
@@ -483,35 +566,44 @@ bool CDevice::__StorePersistentIP(unsigned int ip, unsigned int mask, unsigned i
                 APP_THROW_AS("__StorePersistentIP", GC_ERR_NOT_IMPLEMENTED, "persistent IP not supported");
             }
             asked = true;
-            try {
-                port->SetPrivilege(DEVICE_ACCESS_CONTROL);
-            } catch (CAppException& e) {
-                refused = e.GetErrorCode() == GC_ERR_ACCESS_DENIED;
-                throw;
-            }
+            port->SetPrivilege(DEVICE_ACCESS_CONTROL);
             Helper::Diag("%s: WRITEREG 0x0A00 = 0x2 (control taken)", name.c_str());
         },
         error);
+    const bool refused = store.nKind == GVCP_RESULT_REFUSED && store.nStatus == GVCP_STATUS_ACCESS_DENIED;
     uint32_t wanted[kPersistentCount] = {ip, mask, gateway, 0};
-    const bool written = controlled && Guarded([&] { WritePersistent(*port, wanted, name); }, error);
-    if (!written) {
+    if (store.IsOk()) {
+        store = GuardedResult([&] { WritePersistent(*port, wanted, name); }, error);
+    }
+    if (!store.IsOk()) {
         Helper::Diag("%s: not stored: %s", name.c_str(), error.c_str());
     }
     // A request that timed out may still have given us control; a refused one (0x8006) did not.
     if (asked && !refused) {
-        __GiveControlBack(*port, name);
+        m_stForceIP.stGiveBack = __GiveControlBack(*port, name);
     }
-    return written && ReadBackMatches(*port, wanted, name);
+    if (store.IsOk() && !ReadBackMatches(*port, wanted, name)) {
+        store = GvcpResultOf(GVCP_RESULT_BAD_ACK);
+    }
+    return store.IsOk();
 }
 
-void CDevice::__GiveControlBack(CGVCPCtrlPort& port, const std::string& name) const
+GVCP_RESULT CDevice::__GiveControlBack(CGVCPCtrlPort& port, const std::string& name) const
 {
     std::string error;
-    if (Guarded([&] { port.SetPrivilege(DEVICE_ACCESS_RELEASE); }, error)) {
+    const GVCP_RESULT result = GuardedResult([&] { port.SetPrivilege(DEVICE_ACCESS_RELEASE); }, error);
+    if (result.IsOk()) {
         Helper::Diag("%s: WRITEREG 0x0A00 = 0x0 (control given back)", name.c_str());
     } else {
         Helper::Diag("%s: control not given back: %s", name.c_str(), error.c_str());
     }
+    return result;
+}
+
+CGVCPCtrlPort* CDevice::_CreateCtrlPort(unsigned int deviceIP) const
+{
+    return CInstanceFactory::CreateGVCPCtrlPortIntstance(m_pInterface->GetInterfaceIP(), deviceIP,
+                                                         m_pInterface->GetInterfaceDescription());
 }
 
 std::string CDevice::__DiagName() const

@@ -3,6 +3,7 @@
 #include "device/ZqObjectBase.h"
 #include "gvcp/DeviceInfo.h"
 #include "gvcp/GvcpProtocol.h"
+#include "gvcp/GvcpResult.h"
 
 #include <boost/shared_ptr.hpp>
 #include <boost/thread/recursive_mutex.hpp>
@@ -49,10 +50,18 @@ public:
     // the persistent-IP registers under control privilege. `persistent` says whether they took it.
     bool SetStandardForceIP(unsigned int ip, unsigned int mask, unsigned int gateway, bool& persistent,
                             std::string& error);
-    // The last non-zero status the device acknowledged the last force-IP with; 0 when none came.
+    // The status of the last force-IP's acknowledge; 0 when none came or it took the address.
     uint16_t GetForceIPExStatus() const;
+    // What the last force-IP saw: the move, and on the standard path the store and the give-back.
+    const FORCEIP_OUTCOME& GetForceIPOutcome() const;
     bool SendCustomControlCommand(FORCEIP_EX_CMD_DEF const& command) const;
     bool Reset(unsigned int value) const;
+
+protected:
+    // The control port the persistent store runs through; tests put a scripted one here.
+    virtual CGVCPCtrlPort* _CreateCtrlPort(unsigned int deviceIP) const;
+    // The persistent-IP registers under control privilege, filling the store and give-back outcomes.
+    bool _StorePersistentIP(unsigned int ip, unsigned int mask, unsigned int gateway) const;
 
 private:
     void __SetDeviceAccessStatus(int value);
@@ -60,16 +69,16 @@ private:
                             unsigned int ipConfig) const;
     void __SendForceIPCmd() const;
     void __SendStaticForceIPCmd(unsigned int ip, unsigned int mask, unsigned int gateway) const;
-    bool __StorePersistentIP(unsigned int ip, unsigned int mask, unsigned int gateway) const;
-    void __GiveControlBack(CGVCPCtrlPort& port, const std::string& name) const;
+    GVCP_RESULT __GiveControlBack(CGVCPCtrlPort& port, const std::string& name) const;
+    void __NoteUnsentMove();
     std::string __DiagName() const;
 
     boost::recursive_mutex m_Mutex;
     [[maybe_unused]] CTL* m_pTL; // the device keeps its transport layer, though no operation reads it
     CInterface* m_pInterface;
     boost::shared_ptr<CDeviceInfo> m_pDeviceInfo;
-    // Kept apart from the error text: a refusal followed by a time-out reports only the time-out.
-    mutable uint16_t m_nForceIPExStatus = 0;
+    // Kept apart from the error text, which the reports no longer read for a reason.
+    mutable FORCEIP_OUTCOME m_stForceIP;
 };
 
 } // namespace Client

@@ -4,12 +4,7 @@
 #include "common/ipcalc.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
-#include <cstring>
 #include <net/if.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 namespace GenICam {
 namespace Client {
@@ -17,7 +12,7 @@ namespace Client {
 namespace {
 
 // Far past the list's limit, so the entries it never sees can be named.
-const int kSurveyEntries = 1024;
+const size_t kSurveyEntries = 1024;
 
 bool Contains(const std::vector<std::string>& names, const std::string& name)
 {
@@ -43,54 +38,6 @@ std::string SkipReason(const std::vector<KERNEL_ADDRESS>& entries, size_t index,
         }
     }
     return std::string();
-}
-
-uint32_t AddressOf(const sockaddr& address)
-{
-    sockaddr_in in;
-    memcpy(&in, &address, sizeof(in));
-    return ntohl(in.sin_addr.s_addr);
-}
-
-KERNEL_ADDRESS ReadEntry(int fd, const ifreq& listed)
-{
-    // The kernel's name field need not end in a NUL when it is full.
-    const std::string name(listed.ifr_name, strnlen(listed.ifr_name, IFNAMSIZ));
-    KERNEL_ADDRESS entry{name, AddressOf(listed.ifr_addr), 0, std::string(), false, false};
-    ifreq request;
-    memset(&request, 0, sizeof(request));
-    memcpy(request.ifr_name, name.data(), std::min(name.size(), sizeof(request.ifr_name) - 1));
-    if (ioctl(fd, SIOCGIFNETMASK, &request) == 0) {
-        entry.nMask = AddressOf(request.ifr_netmask);
-    }
-    if (ioctl(fd, SIOCGIFHWADDR, &request) == 0) {
-        entry.strMAC = MacText(reinterpret_cast<unsigned char*>(request.ifr_hwaddr.sa_data));
-    }
-    if (ioctl(fd, SIOCGIFFLAGS, &request) == 0) {
-        entry.bUp = (request.ifr_flags & IFF_UP) != 0;
-        entry.bCarrier = (request.ifr_flags & IFF_RUNNING) != 0;
-    }
-    return entry;
-}
-
-std::vector<KERNEL_ADDRESS> ReadEntries()
-{
-    std::vector<KERNEL_ADDRESS> entries;
-    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    if (fd < 0) {
-        return entries;
-    }
-    std::vector<ifreq> listed(kSurveyEntries);
-    ifconf conf{};
-    conf.ifc_len = static_cast<int>(listed.size() * sizeof(ifreq));
-    conf.ifc_req = listed.data();
-    if (ioctl(fd, SIOCGIFCONF, &conf) == 0) {
-        for (size_t i = 0; i < conf.ifc_len / sizeof(ifreq); ++i) {
-            entries.push_back(ReadEntry(fd, listed[i]));
-        }
-    }
-    close(fd);
-    return entries;
 }
 
 // Kernel interfaces that have no IPv4 entry (an alias label names its device before the colon).
@@ -141,7 +88,7 @@ std::vector<INTERFACE_VERDICT> JudgeInterfaces(const std::vector<KERNEL_ADDRESS>
 
 std::vector<INTERFACE_VERDICT> SurveyInterfaces(const std::vector<std::string>& filter)
 {
-    const std::vector<KERNEL_ADDRESS> entries = ReadEntries();
+    const std::vector<KERNEL_ADDRESS> entries = ReadKernelAddresses(kSurveyEntries);
     return JudgeInterfaces(entries, ReadNamesWithoutIPv4(entries), filter);
 }
 

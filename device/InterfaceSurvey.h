@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/KernelInterfaces.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -11,16 +13,6 @@ namespace Client {
 // contains "lo" (a substring test: wlo1 too).
 const size_t kInterfaceEntryLimit = 16;
 bool IsSkippedInterfaceName(const std::string& name);
-
-// One IPv4 address entry as the kernel lists it (a kernel name or an address label).
-struct KERNEL_ADDRESS {
-    std::string strName;
-    uint32_t nIP;
-    uint32_t nMask;
-    std::string strMAC;
-    bool bUp;
-    bool bCarrier;
-};
 
 // What a run makes of one kernel interface or address entry: used, or the reason it is not.
 struct INTERFACE_VERDICT {

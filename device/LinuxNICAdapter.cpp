@@ -3,33 +3,22 @@
 #include "common/Helper.h"
 #include "common/ipcalc.h"
 #include "common/InstanceFactory.h"
+#include "common/KernelInterfaces.h"
 #include "device/InterfaceSurvey.h"
 
 #include <arpa/inet.h>
 #include <cstdio>
 #include <cstring>
-#include <net/if.h>
-#include <netinet/in.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 namespace GenICam {
 namespace Client {
 
 namespace {
 
-in_addr AddressOf(const ifreq& request)
+void SetAddressPair(std::vector<uint32_t>& number, std::vector<std::string>& text, uint32_t address)
 {
-    sockaddr_in address;
-    memcpy(&address, &request.ifr_addr, sizeof(address));
-    return address.sin_addr;
-}
-
-void SetAddressPair(std::vector<uint32_t>& number, std::vector<std::string>& text, in_addr address)
-{
-    number.assign(1, ntohl(address.s_addr));
-    text.assign(1, inet_ntoa(address));
+    number.assign(1, address);
+    text.assign(1, DottedText(address));
 }
 
 } // namespace
@@ -38,44 +27,26 @@ void CLinuxNICAdapter::GetInterfaceList(std::vector<NIC_INFO>& list)
 {
     // One work record for all entries, never reset: a failed query keeps the previous entry's value.
     NIC_INFO work;
-    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    ifreq entries[kInterfaceEntryLimit];
-    memset(entries, 0, sizeof(entries));
-    ifconf conf{};
-    conf.ifc_len = sizeof(entries);
-    conf.ifc_req = entries;
-    if (fd >= 0 && ioctl(fd, SIOCGIFCONF, &conf) == 0) {
-        const int count = conf.ifc_len / static_cast<int>(sizeof(ifreq));
-        for (int i = count - 1; i >= 0; --i) {
-            char* name = entries[i].ifr_name;
-            if (IsSkippedInterfaceName(name)) {
-                continue;
-            }
-            work.strName = name;
-            work.strDescription = name;
-
-            ifreq request;
-            memset(&request, 0, sizeof(request));
-            strncpy(request.ifr_name, name, IFNAMSIZ - 1);
-            ioctl(fd, SIOCGIFFLAGS, &request);
-            if (ioctl(fd, SIOCGIFADDR, &request) == 0) {
-                SetAddressPair(work.vecIntIP, work.vecStrIP, AddressOf(request));
-            }
-            in_addr gateway;
-            gateway.s_addr = __NetGetGateway(name);
-            SetAddressPair(work.vecIntGateway, work.vecStrGateway, gateway);
-            if (ioctl(fd, SIOCGIFNETMASK, &request) == 0) {
-                SetAddressPair(work.vecIntSubnetMask, work.vecStrSubnetMask, AddressOf(request));
-            }
-            if (ioctl(fd, SIOCGIFHWADDR, &request) == 0) {
-                const unsigned char* mac = reinterpret_cast<unsigned char*>(request.ifr_hwaddr.sa_data);
-                work.strMAC = MacText(mac);
-                memcpy(work.aHexMAC, mac, 6);
-            }
-            list.push_back(work);
+    const std::vector<KERNEL_ADDRESS> entries = ReadKernelAddresses(kInterfaceEntryLimit);
+    for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
+        if (IsSkippedInterfaceName(entry->strName)) {
+            continue;
         }
+        work.strName = entry->strName;
+        work.strDescription = entry->strName;
+        SetAddressPair(work.vecIntIP, work.vecStrIP, entry->nIP);
+        std::vector<char> name(entry->strName.begin(), entry->strName.end());
+        name.push_back('\0');
+        SetAddressPair(work.vecIntGateway, work.vecStrGateway, ntohl(__NetGetGateway(name.data())));
+        if (entry->bHasMask) {
+            SetAddressPair(work.vecIntSubnetMask, work.vecStrSubnetMask, entry->nMask);
+        }
+        if (entry->bHasMAC) {
+            work.strMAC = entry->strMAC;
+            memcpy(work.aHexMAC, entry->aMAC, 6);
+        }
+        list.push_back(work);
     }
-    close(fd);
 }
 
 unsigned int CLinuxNICAdapter::__NetGetGateway(char* ifName)

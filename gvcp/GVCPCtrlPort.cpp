@@ -6,9 +6,11 @@
 #include "common/InstanceFactory.h"
 #include "gvcp/DeviceInfo.h"
 #include "gvcp/GvcpCodec.h"
+#include "gvcp/GvcpExchange.h"
 #include "gvcp/UdpComm.h"
 
 #include <cstring>
+#include <stdexcept>
 
 namespace GenICam {
 namespace Client {
@@ -249,36 +251,41 @@ void CGVCPCtrlPort::__Transact(const char* operation, unsigned long* count, bool
 
 void CGVCPCtrlPort::__SendCmd(const char* operation, size_t length)
 {
-    unsigned int sent = 0;
-    m_pComm->Send(m_pSendBuffer, static_cast<unsigned int>(length), m_nDeviceIP, GVCP_PORT, &sent);
-    if (sent != length) {
+    CGvcpExchange exchange({m_pComm}, m_pRecvBuffer, 0);
+    const GVCP_RESULT sent =
+        exchange.Send(*m_pComm, m_pSendBuffer, static_cast<unsigned int>(length), m_nDeviceIP, GVCP_PORT);
+    // A refused datagram is a standard error, not a CAppException: it is not retried.
+    if (sent.nKind == GVCP_RESULT_SEND_FAILED && sent.nErrno != 0) {
+        throw std::runtime_error("send data failed");
+    }
+    if (exchange.GetSent() != length) {
         APP_THROW_AS(operation, GC_ERR_IO,
                      Helper::MsgComposer("Expected Send Length = %d,Send Success is Length = %d!",
-                                         static_cast<unsigned int>(length), sent));
+                                         static_cast<unsigned int>(length), exchange.GetSent()));
     }
 }
 
 unsigned int CGVCPCtrlPort::__WaitAck(const char* operation, uint16_t ackCode, unsigned int expectedLength,
                                       const char* timeoutText, unsigned long* count, uint16_t& status)
 {
-    unsigned int sourceIp = 0;
-    unsigned int sourcePort = 0;
-    unsigned int received = 0;
-    uint64_t elapsed = 0;
-    const uint64_t start = Helper::GetSystemCounterMs();
-    while (elapsed < m_cmdTimeout) {
-        m_pComm->Receive(m_pRecvBuffer, expectedLength, &sourceIp, &sourcePort, &received,
-                         static_cast<unsigned int>(m_cmdTimeout - elapsed));
-        GVCP_ACK_FIELDS header;
-        if (DecodeAck(m_pRecvBuffer, received, ackCode, m_nReqID, header) == GVCP_ACCEPTED) {
-            status = header.nStatus;
-            return received;
-        }
-        // A clock that stands still or goes back still counts as progress.
-        const uint64_t now = Helper::GetSystemCounterMs();
-        elapsed = now > start ? now - start : 1;
+    CGvcpExchange exchange({m_pComm}, m_pRecvBuffer, expectedLength);
+    const uint16_t reqID = m_nReqID;
+    const GVCP_RESULT result =
+        exchange.Await(Helper::GetSystemCounterMs() + m_cmdTimeout,
+                       [&](const uint8_t* data, size_t size, GVCP_ACK_FIELDS& header) {
+                           return DecodeAck(data, size, ackCode, reqID, header);
+                       });
+    if (result.nKind == GVCP_RESULT_OK || result.nKind == GVCP_RESULT_REFUSED) {
+        status = result.nStatus;
+        return exchange.GetLength();
     }
     *count = 0;
+    if (result.nKind == GVCP_RESULT_STOPPED) {
+        APP_THROW_AS(operation, GC_ERR_STOPPED, "Stopped.");
+    }
+    if (result.nKind == GVCP_RESULT_SOCKET_FAILED) {
+        APP_THROW_AS("Receive", GC_ERR_IO, "select() Error !");
+    }
     APP_THROW_AS(operation, GC_ERR_TIMEOUT, timeoutText);
 }
 

@@ -4,11 +4,12 @@
 #include "common/Exception.h"
 #include "common/Helper.h"
 #include "common/InstanceFactory.h"
+#include "common/KernelInterfaces.h"
 #include "gvcp/LinkFrame.h"
 
 #include <arpa/inet.h>
+#include <cerrno>
 #include <cstring>
-#include <ifaddrs.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
 #include <net/if.h>
@@ -29,26 +30,20 @@ struct LINK_INTERFACE {
     unsigned int dwMask;
 };
 
+// Far past any host's count of addresses.
+const size_t kAddressEntries = 1024;
+
 // The interface holding `ip` under `name` (a kernel name or an address label such as eth0:1).
 bool FindInterface(const std::string& name, unsigned int ip, LINK_INTERFACE& found)
 {
-    ifaddrs* list = nullptr;
-    if (getifaddrs(&list) != 0) {
-        return false;
-    }
-    bool ok = false;
-    for (ifaddrs* entry = list; entry != nullptr && !ok; entry = entry->ifa_next) {
-        if (entry->ifa_addr == nullptr || entry->ifa_netmask == nullptr || entry->ifa_addr->sa_family != AF_INET ||
-            name != entry->ifa_name ||
-            ntohl(reinterpret_cast<sockaddr_in*>(entry->ifa_addr)->sin_addr.s_addr) != ip) {
-            continue;
+    for (const KERNEL_ADDRESS& entry : ReadKernelAddresses(kAddressEntries)) {
+        if (entry.strName == name && entry.nIP == ip && entry.bHasMask && entry.nIndex != 0) {
+            found.dwMask = entry.nMask;
+            found.nIndex = entry.nIndex;
+            return true;
         }
-        found.dwMask = ntohl(reinterpret_cast<sockaddr_in*>(entry->ifa_netmask)->sin_addr.s_addr);
-        found.nIndex = if_nametoindex(name.substr(0, name.find(':')).c_str());
-        ok = found.nIndex != 0;
     }
-    freeifaddrs(list);
-    return ok;
+    return false;
 }
 
 } // namespace
@@ -67,7 +62,7 @@ void CLinkTap::Open(unsigned int ip, int port, bool, bool)
         APP_THROW(GC_ERR_IO, Helper::MsgComposer("no interface %s with that address", m_strInterface.c_str()));
     }
     // Protocol 0 until bound: no frame is queued before the filter is in place.
-    m_nPacketSocket = socket(AF_PACKET, SOCK_DGRAM, 0);
+    m_nPacketSocket = socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (m_nPacketSocket < 0) {
         APP_THROW(GC_ERR_IO, Helper::MsgComposer("socket error: %d", GetLastError()));
     }
@@ -111,6 +106,7 @@ void CLinkTap::Receive(unsigned char* buffer, unsigned int capacity, unsigned in
                        static_cast<unsigned int>(deadline > now ? deadline - now : 0));
         const ssize_t count = recv(m_nPacketSocket, m_vecFrame.data(), m_vecFrame.size(), 0);
         if (count < 0) {
+            m_nLastErrno = errno;
             APP_THROW(GC_ERR_IO, "Failed error");
         }
         LINK_UDP_DATAGRAM datagram;
@@ -127,6 +123,11 @@ void CLinkTap::Receive(unsigned char* buffer, unsigned int capacity, unsigned in
         *received = static_cast<unsigned int>(length);
         return;
     }
+}
+
+int CLinkTap::GetReadFd() const
+{
+    return m_nPacketSocket;
 }
 
 std::string CLinkTap::RejectSummary() const
@@ -155,7 +156,7 @@ CLinkTap* OpenLinkTap(const std::string& interfaceName, unsigned int ip, int por
 
 bool HasRawNetworkRight()
 {
-    const int probe = socket(AF_PACKET, SOCK_DGRAM, 0);
+    const int probe = socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (probe < 0) {
         return false;
     }

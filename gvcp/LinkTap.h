@@ -23,6 +23,8 @@ public:
     void Receive(unsigned char* buffer, unsigned int capacity, unsigned int* sourceIp, unsigned int* sourcePort,
                  unsigned int* received, unsigned int timeoutMs) override;
 
+    int GetReadFd() const override;
+
     // The frames the decoder rejected since Open, by reason: "2 bad IPv4 checksum, 1 fragment" or "none".
     std::string RejectSummary() const;
 

@@ -4,12 +4,12 @@
 #include "common/Exception.h"
 #include "common/Helper.h"
 #include "common/InstanceFactory.h"
+#include "common/StopToken.h"
 
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
-#include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -30,7 +30,7 @@ sockaddr_in MakeAddress(unsigned int ip, unsigned int port)
 
 } // namespace
 
-CUdpComm::CUdpComm() : m_nSocket(-1) {}
+CUdpComm::CUdpComm() : m_nLastErrno(0), m_nSocket(-1) {}
 
 // Deliberately leaves the socket open: owners call Close first.
 CUdpComm::~CUdpComm() = default;
@@ -38,7 +38,7 @@ CUdpComm::~CUdpComm() = default;
 void CUdpComm::Open(unsigned int ip, int port, bool broadcast, bool bindAny)
 {
     m_nSocket = -1;
-    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
+    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     // Descriptor 0 is refused as well: a closed standard input must not become an endpoint.
     if (fd <= 0) {
         APP_THROW(GC_ERR_IO, Helper::MsgComposer("socket error: %d", GetLastError()));
@@ -86,16 +86,34 @@ void CUdpComm::Send(unsigned char* data, unsigned int length, unsigned int ip, u
     if (data == nullptr) {
         APP_THROW(GC_ERR_ERROR, "UDPComm::Send, Invilid Param !");
     }
+    // A refused datagram is a standard error, not a CAppException: callers only catch the latter for retries.
+    if (SendTo(data, length, ip, port, sent) != 0) {
+        throw std::runtime_error("send data failed");
+    }
+}
+
+int CUdpComm::SendTo(const void* data, unsigned int length, unsigned int ip, unsigned int port, unsigned int* sent)
+{
     const sockaddr_in address = MakeAddress(ip, port);
     const ssize_t result =
         sendto(m_nSocket, data, length, 0, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
-    // A refused datagram is a standard error, not a CAppException: callers only catch the latter for retries.
     if (result < 0) {
-        throw std::runtime_error("send data failed");
+        return errno;
     }
     if (sent != nullptr) {
         *sent = static_cast<unsigned int>(result);
     }
+    return 0;
+}
+
+int CUdpComm::GetReadFd() const
+{
+    return m_nSocket;
+}
+
+int CUdpComm::GetLastErrno() const
+{
+    return m_nLastErrno;
 }
 
 void CUdpComm::Receive(unsigned char* buffer, unsigned int capacity, unsigned int* sourceIp,
@@ -110,6 +128,7 @@ void CUdpComm::Receive(unsigned char* buffer, unsigned int capacity, unsigned in
     const ssize_t count =
         recvfrom(m_nSocket, buffer, capacity, 0, reinterpret_cast<sockaddr*>(&source), &sourceLength);
     if (count < 0) {
+        m_nLastErrno = errno;
         APP_THROW(GC_ERR_IO, "Failed error");
     }
     *sourceIp = ntohl(source.sin_addr.s_addr);
@@ -127,23 +146,20 @@ void CUdpComm::_AwaitDatagram(int fd, unsigned char* buffer, unsigned int* sourc
     *sourceIp = 0;
     *sourcePort = 0;
 
-    timeval timeout;
-    timeout.tv_sec = timeoutMs / 1000;
-    timeout.tv_usec = (timeoutMs % 1000) * 1000;
-    fd_set readSet;
-    FD_ZERO(&readSet);
-    FD_SET(fd, &readSet);
-    const int ready = select(fd + 1, &readSet, nullptr, nullptr, &timeout);
-    if (ready == -1) {
-        APP_THROW_AS("Receive", GC_ERR_IO, "select() Error !");
-    }
-    if (ready == 0) {
+    int error = 0;
+    switch (WaitReadable(fd, MonotonicMs() + timeoutMs, &error)) {
+    case WAIT_READY:
+        return;
+    case WAIT_TIMEOUT:
         // The socket layer's own wording for a time-out; callers match the code, not the text.
         APP_THROW_AS("Receive", GC_ERR_TIMEOUT, "The configuration could not be save !");
+    case WAIT_STOPPED:
+        APP_THROW_AS("Receive", GC_ERR_STOPPED, "Stopped.");
+    case WAIT_FAILED:
+        break;
     }
-    if (!FD_ISSET(fd, &readSet)) {
-        APP_THROW_AS("Receive", GC_ERR_IO, "FD_ISSET, Failed !");
-    }
+    m_nLastErrno = error;
+    APP_THROW_AS("Receive", GC_ERR_IO, "select() Error !");
 }
 
 void CUdpComm::GetHostPort(unsigned short& port)

@@ -23,12 +23,22 @@ public:
 
     unsigned int GetLastError();
 
+    // Send without raising: 0, or the errno of a refused datagram; `sent` gets what went out.
+    int SendTo(const void* data, unsigned int length, unsigned int ip, unsigned int port, unsigned int* sent);
+    // The descriptor a wait polls for this endpoint's datagrams; -1 when closed.
+    virtual int GetReadFd() const;
+    // The errno behind the last GC_ERR_IO that Receive raised.
+    int GetLastErrno() const;
+
 protected:
     // Closes, then raises Open's error with the errno of the call that failed.
     [[noreturn]] void _FailOpen();
     // Receive's argument checks, cleared outputs and wait until `fd` is readable, raising as Receive does.
     void _AwaitDatagram(int fd, unsigned char* buffer, unsigned int* sourceIp, unsigned int* sourcePort,
                         unsigned int* received, unsigned int timeoutMs);
+
+    // Receive keeps the errno of its failures here, for callers that report it.
+    int m_nLastErrno;
 
 private:
     void __SetOption(int option);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "device/ARP.h"
+
 #include <memory>
 #include <string>
 #include <vector>
@@ -15,15 +17,15 @@ struct PROBE_LINK {
 class IAddressProber {
 public:
     virtual ~IAddressProber();
-    // Candidates in host order; one flag per candidate, true when it is taken.
-    virtual std::vector<bool> Probe(const std::vector<unsigned int>& candidates) = 0;
+    // Candidates in host order; per candidate free, taken, or failed with the errno (never free unsent).
+    virtual std::vector<ARP_PROBE_RESULT> Probe(const std::vector<unsigned int>& candidates) = 0;
 };
 
 // One probe after the other, one second each; blind to most hosts, kept as the plain run's.
 class CPlainProber : public IAddressProber {
 public:
     explicit CPlainProber(PROBE_LINK link);
-    std::vector<bool> Probe(const std::vector<unsigned int>& candidates) override;
+    std::vector<ARP_PROBE_RESULT> Probe(const std::vector<unsigned int>& candidates) override;
 
 private:
     PROBE_LINK m_stLink;
@@ -33,7 +35,7 @@ private:
 class CConflictProber : public IAddressProber {
 public:
     explicit CConflictProber(PROBE_LINK link);
-    std::vector<bool> Probe(const std::vector<unsigned int>& candidates) override;
+    std::vector<ARP_PROBE_RESULT> Probe(const std::vector<unsigned int>& candidates) override;
 
 private:
     PROBE_LINK m_stLink;

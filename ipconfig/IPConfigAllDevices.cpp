@@ -7,6 +7,7 @@
 #include "device/Interface.h"
 
 #include <algorithm>
+#include <cstring>
 #include <cstdint>
 
 using GenICam::Client::CAppException;
@@ -116,9 +117,14 @@ bool CIPConfigAllDevices::GetIPList(std::vector<unsigned int>* list)
             Diag("%s: too few free addresses: %zu of %zu found", link.strName.c_str(), list->size(), wanted);
             return false;
         }
-        const std::vector<bool> taken = prober->Probe(round);
+        const std::vector<ARP_PROBE_RESULT> verdicts = prober->Probe(round);
         for (size_t i = 0; i < round.size(); ++i) {
-            if (!taken[i]) {
+            if (verdicts[i].nKind == ARP_PROBE_FAILED) {
+                Diag("%s: address search failed: probe for %s not done: %s", link.strName.c_str(),
+                     DottedText(round[i]).c_str(), strerror(verdicts[i].nErrno));
+                return false;
+            }
+            if (verdicts[i].nKind == ARP_PROBE_FREE) {
                 list->push_back(round[i]);
             }
         }
@@ -178,7 +184,7 @@ bool CIPConfigAllDevices::__IsIPUsed(unsigned int ip)
         return true;
     }
     PROBE_LINK link;
-    return !__ReadProbeLink(&link) || _CreateProber(link)->Probe({ip}).front();
+    return !__ReadProbeLink(&link) || _CreateProber(link)->Probe({ip}).front().nKind != ARP_PROBE_FREE;
 }
 
 bool CIPConfigAllDevices::__IsRecorded(unsigned int ip)

@@ -14,7 +14,8 @@ line time-stamped), "json" (the one document stdout must be with --json; a case 
 fresh labs, and both runs must send the same) and "silent_interfaces" (host interfaces that send no
 frame at all and whose links receive nothing), "final" (each camera's registers when the lab ends,
 by MAC: "MAC IP/MASK persistent IP/MASK/GATEWAY 0x0014 ccp N") and "shell" (runs in place of the
-tool: "$@" is the tool with "args"; $GVLAB_SIMULATORS for a power cycle).
+tool: "$@" is the tool with "args"; $GVLAB_SIMULATORS for a power cycle; $AIC_CLOCK_STEP_LIB, from CTest,
+a preload that steps the wall clock forward once).
 
 usage: run_case.py --tool PATH CASE.json
 """

@@ -6,6 +6,7 @@
 #include "support/Records.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
@@ -46,21 +47,24 @@ void AddCamera(CInterface* itf, int n, const char* ip, const char* mask)
     itf->GetDeviceList()->push_back(new CDevice(nullptr, itf, aictest::MakeRecord(model)));
 }
 
-// Takes the addresses of a fixed list and logs every round it is asked.
+// Takes the addresses of a fixed list ("!" before one: its probe fails) and logs every round it is asked.
 class FakeProber : public IAddressProber {
 public:
     FakeProber(std::vector<std::string> taken, std::vector<std::vector<std::string>>* rounds)
         : m_taken(std::move(taken)), m_rounds(rounds)
     {
     }
-    std::vector<bool> Probe(const std::vector<unsigned int>& candidates) override
+    std::vector<ARP_PROBE_RESULT> Probe(const std::vector<unsigned int>& candidates) override
     {
         m_rounds->push_back(Texts(candidates));
-        std::vector<bool> taken;
+        std::vector<ARP_PROBE_RESULT> verdicts;
         for (const std::string& ip : m_rounds->back()) {
-            taken.push_back(std::find(m_taken.begin(), m_taken.end(), ip) != m_taken.end());
+            const bool taken = std::find(m_taken.begin(), m_taken.end(), ip) != m_taken.end();
+            const bool failed = std::find(m_taken.begin(), m_taken.end(), "!" + ip) != m_taken.end();
+            verdicts.push_back({failed ? ARP_PROBE_FAILED : taken ? ARP_PROBE_TAKEN : ARP_PROBE_FREE,
+                                failed ? EPERM : 0});
         }
-        return taken;
+        return verdicts;
     }
 
 private:
@@ -122,17 +126,15 @@ struct SEARCH {
     Rounds rounds;
 };
 
-// One candidate search with `listed` already recorded; a fake prober answers for `answered` unless null.
+// One candidate search with `listed` already recorded; a fake prober answers for `answered`.
 SEARCH Search(const char* ip, const char* mask, const std::vector<const char*>& listed, size_t wanted,
-              const std::vector<std::string>* answered = nullptr)
+              const std::vector<std::string>& answered = {})
 {
     CIPConfigAllDevices::Clear();
     Planner::Taken(listed);
     auto itf = MakeInterface(ip, mask);
     Planner planner(itf.get());
-    if (answered != nullptr) {
-        planner.ProbeWith(*answered);
-    }
+    planner.ProbeWith(answered);
     planner.Select(wanted);
     std::vector<unsigned int> list;
     const bool enough = planner.GetIPList(&list);
@@ -252,9 +254,11 @@ TEST(PlannerRounds, ProbesAsManyAsStillWantedAndReplacesTakenOnesInAddressOrder)
         {"the range ends", "10.0.0.241", "255.255.255.240", {}, {"10.0.0.252", "10.0.0.253"}, 3,
          {{"10.0.0.251", "10.0.0.252", "10.0.0.253"}, {"10.0.0.254"}}, false, {"10.0.0.251", "10.0.0.254"}},
         {"nothing wanted, nothing probed", "192.168.1.5", "255.255.255.0", {}, {}, 0, {}, true, {}},
+        {"a probe not sent fails the search", "192.168.1.5", "255.255.255.0", {}, {"!192.168.1.12"}, 3,
+         {{"192.168.1.11", "192.168.1.12", "192.168.1.13"}}, false, {"192.168.1.11"}},
     };
     for (const auto& c : cases) {
-        const SEARCH search = Search(c.ip, c.mask, c.listed, c.wanted, &c.answered);
+        const SEARCH search = Search(c.ip, c.mask, c.listed, c.wanted, c.answered);
         EXPECT_EQ(search.enough, c.enough) << c.name;
         EXPECT_EQ(search.found, c.found) << c.name;
         EXPECT_EQ(search.rounds, c.rounds) << c.name;

@@ -1,5 +1,7 @@
 #include "device/ArpConflict.h"
 
+#include "common/SocketBuffer.h"
+
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
@@ -68,10 +70,7 @@ bool CArpConflictProbe::Open(const std::string& device, const uint8_t* mac)
         Close();
         return false;
     }
-    // Without the right to exceed the kernel's cap, as much as the cap allows.
-    if (setsockopt(m_nSocket, SOL_SOCKET, SO_RCVBUFFORCE, &kReceiveBuffer, sizeof(kReceiveBuffer)) != 0) {
-        setsockopt(m_nSocket, SOL_SOCKET, SO_RCVBUF, &kReceiveBuffer, sizeof(kReceiveBuffer));
-    }
+    GenICam::Client::GrowReceiveBuffer(m_nSocket, kReceiveBuffer);
     return true;
 }
 

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace GenICam {
+namespace Client {
+
+// What the kernel said about a link or one of its IPv4 addresses.
+enum LINK_EVENT_KIND {
+    LINK_EVENT_NEW = 0,          // a link appeared or changed: name, up, carrier
+    LINK_EVENT_REMOVED,          // a link went away
+    LINK_EVENT_ADDRESS_ADDED,    // an IPv4 address was added (or refreshed)
+    LINK_EVENT_ADDRESS_REMOVED,  // an IPv4 address was removed
+    LINK_EVENT_RESYNC,           // notifications were lost: read every interface again
+};
+
+struct LINK_EVENT {
+    LINK_EVENT_KIND nKind;
+    int nIndex;              // interface index; 0 for a resync
+    std::string strName;     // link name, or the address's label
+    bool bUp;                // administratively up (links only)
+    bool bCarrier;           // up with its lower layer running (links only)
+    uint32_t nAddress;       // host order (addresses only)
+    uint8_t nPrefix;         // prefix length (addresses only)
+};
+
+// The link and IPv4 address events in a buffer of rtnetlink messages; anything else, and anything
+// cut short, is skipped.
+std::vector<LINK_EVENT> ParseLinkMessages(const uint8_t* buffer, size_t length);
+
+// Listens to the kernel's link and IPv4 address notifications of the caller's network namespace.
+class CLinkMonitor {
+public:
+    CLinkMonitor();
+    ~CLinkMonitor();
+    CLinkMonitor(const CLinkMonitor&) = delete;
+    CLinkMonitor& operator=(const CLinkMonitor&) = delete;
+
+    // false with the errno in `error` (may be null) when the socket cannot be opened.
+    bool Open(int* error);
+    void Close();
+    // Readable when notifications wait: for the caller's poll.
+    int GetFd() const;
+    // Drains what is queued without blocking; a lost notification yields one LINK_EVENT_RESYNC alone.
+    std::vector<LINK_EVENT> Read();
+
+private:
+    int m_nSocket;
+    std::vector<uint8_t> m_vecBuffer;
+};
+
+} // namespace Client
+} // namespace GenICam

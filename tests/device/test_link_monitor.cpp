@@ -214,3 +214,47 @@ TEST_F(LinkMonitorNamespace, AnOverflowIsOneResyncAndTheSocketGoesOn)
     Sh("ip link set ov1 up");
     EXPECT_NE(ReadUntil(monitor, "new ov1 no-carrier").find("new ov1 no-carrier"), std::string::npos);
 }
+
+TEST(LinkStates, WhatEachEventMeansToTheWatch)
+{
+    const auto link = [](LINK_EVENT_KIND kind, int index, bool carrier) {
+        return LINK_EVENT{kind, index, "eth", true, carrier, 0, 0};
+    };
+    const struct {
+        LINK_EVENT event;
+        LINK_CHANGE change;
+        const char* why;
+    } steps[] = {
+        {link(LINK_EVENT_NEW, 3, false), LINK_CHANGE_APPEARED, "a new link without carrier"},
+        {link(LINK_EVENT_NEW, 3, false), LINK_CHANGE_NONE, "told again"},
+        {link(LINK_EVENT_NEW, 3, true), LINK_CHANGE_CARRIER_UP, "cable in"},
+        {link(LINK_EVENT_NEW, 3, true), LINK_CHANGE_NONE, "still in"},
+        {link(LINK_EVENT_NEW, 3, false), LINK_CHANGE_NONE, "cable out"},
+        {link(LINK_EVENT_NEW, 3, true), LINK_CHANGE_CARRIER_UP, "in again"},
+        {link(LINK_EVENT_ADDRESS_ADDED, 3, false), LINK_CHANGE_ADDRESS, "address added"},
+        {link(LINK_EVENT_ADDRESS_REMOVED, 3, false), LINK_CHANGE_ADDRESS, "address removed"},
+        {link(LINK_EVENT_NEW, 4, true), LINK_CHANGE_CARRIER_UP, "a new link with carrier"},
+        {link(LINK_EVENT_REMOVED, 4, false), LINK_CHANGE_REMOVED, "removed"},
+        {link(LINK_EVENT_NEW, 4, true), LINK_CHANGE_CARRIER_UP, "made again, with carrier"},
+        {link(LINK_EVENT_RESYNC, 0, false), LINK_CHANGE_RESYNC, "lost events"},
+        {link(LINK_EVENT_NEW, 3, true), LINK_CHANGE_NONE, "the dump after it: unchanged"},
+        {link(LINK_EVENT_NEW, 4, false), LINK_CHANGE_NONE, "the dump after it: carrier lost"},
+    };
+    CLinkStates states;
+    for (const auto& s : steps) {
+        EXPECT_EQ(states.Apply(s.event), s.change) << s.why;
+    }
+}
+
+TEST_F(LinkMonitorNamespace, ReadLinksListsEveryLinkAndEndsWithTheDump)
+{
+    Sh("ip link add lm0 type veth peer name lm1 && ip link set lm0 up && ip link set lm1 up");
+    CLinkMonitor monitor;
+    ASSERT_TRUE(monitor.Open(nullptr));
+    const uint64_t start = MonotonicMs();
+    const std::string seen = Describe(monitor.ReadLinks(start + 2000));
+    EXPECT_LT(MonotonicMs() - start, 1000u);
+    for (const char* expected : {"new lo carrier #1", "new lm0 carrier", "new lm1 carrier"}) {
+        EXPECT_NE(seen.find(expected), std::string::npos) << expected << " in " << seen;
+    }
+}

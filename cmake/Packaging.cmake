@@ -26,8 +26,9 @@ install(FILES ${CMAKE_BINARY_DIR}/packaging/autoipconfig.8.gz DESTINATION share/
 install(FILES ${PROJECT_SOURCE_DIR}/README.md ${AIC_PACKAGING_DIR}/copyright
               ${CMAKE_BINARY_DIR}/packaging/changelog.gz
         DESTINATION ${AIC_DOC_DIR})
-install(FILES ${AIC_PACKAGING_DIR}/autoipconfig.service DESTINATION lib/systemd/system)
-# The boot unit's options: a conffile (packaging/conffiles), so dpkg keeps the operator's edits.
+install(FILES ${AIC_PACKAGING_DIR}/autoipconfig.service ${AIC_PACKAGING_DIR}/autoipconfig-watch.service
+        DESTINATION lib/systemd/system)
+# The units' options: a conffile (packaging/conffiles), so dpkg keeps the operator's edits.
 install(FILES ${AIC_PACKAGING_DIR}/autoipconfig.default DESTINATION /etc/default RENAME autoipconfig)
 
 set(CPACK_GENERATOR DEB)
@@ -39,8 +40,8 @@ set(CPACK_PACKAGE_DESCRIPTION
   "autoipconfig finds the GigE Vision cameras behind every network interface of a
 machine-vision host and gives each camera whose IPv4 address does not fit the
 subnet of its interface a free address in that subnet, then reports every
-interface and camera. An optional systemd unit, shipped disabled, runs it once
-at boot.")
+interface and camera. Two optional systemd units, shipped disabled, run it once
+at boot or keep it watching the links while the host runs.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES TRUE)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)

@@ -17,3 +17,6 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE BOTH)
 # No -L prefix on purpose: with one, qemu takes ld.so from the cross libc but libc.so.6 from the
 # multiarch libc6:arm64, two glibc builds whose private layouts differ, and pthread_create spins.
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64)
+
+# pkg-config reads the arm64 multiarch .pc files, not the host's.
+set(ENV{PKG_CONFIG_LIBDIR} /usr/lib/aarch64-linux-gnu/pkgconfig:/usr/share/pkgconfig)

@@ -1,5 +1,7 @@
 #include "common/StopToken.h"
 
+#include "common/Progress.h"
+
 #include <cerrno>
 #include <ctime>
 #include <poll.h>
@@ -73,6 +75,7 @@ WAIT_RESULT PollWithStop(const int* fds, size_t count, uint64_t deadlineMs, size
         polled[1 + i].fd = fds[i];
     }
     for (;;) {
+        ExpectProgressBy(deadlineMs);
         const int result = poll(polled.data(), polled.size(), RemainingMs(deadlineMs));
         if (result < 0 && errno == EINTR) {
             continue;

@@ -1,14 +1,12 @@
 #include "device/ArpConflict.h"
 
+#include "common/SocketBuffer.h"
 #include "common/StopToken.h"
+#include "device/ArpWatch.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
-#include <linux/if_ether.h>
-#include <linux/if_packet.h>
-#include <net/if.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -45,32 +43,12 @@ bool CArpConflictProbe::Open(const std::string& device, const uint8_t* mac)
     Close();
     m_nErrno = 0;
     memcpy(m_aMAC, mac, sizeof(m_aMAC));
-    const unsigned int index = if_nametoindex(device.substr(0, device.find(':')).c_str());
-    if (index == 0) {
-        return __Fail(errno);
-    }
-    // Protocol 0 until bound: no frame is queued before the filter is in place.
-    m_nSocket = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
+    int error = 0;
+    m_nSocket = GenICam::Client::OpenArpSocket(device, ARP_FILTER_ALL, &error);
     if (m_nSocket < 0) {
-        return __Fail(errno);
+        return __Fail(error);
     }
-    std::vector<sock_filter> program = BuildArpFilter();
-    const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
-    sockaddr_ll link;
-    memset(&link, 0, sizeof(link));
-    link.sll_family = AF_PACKET;
-    link.sll_protocol = htons(ETH_P_ARP);
-    link.sll_ifindex = static_cast<int>(index);
-    if (setsockopt(m_nSocket, SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof(filter)) != 0 ||
-        bind(m_nSocket, reinterpret_cast<const sockaddr*>(&link), sizeof(link)) != 0) {
-        __Fail(errno);
-        Close();
-        return false;
-    }
-    // Without the right to exceed the kernel's cap, as much as the cap allows.
-    if (setsockopt(m_nSocket, SOL_SOCKET, SO_RCVBUFFORCE, &kReceiveBuffer, sizeof(kReceiveBuffer)) != 0) {
-        setsockopt(m_nSocket, SOL_SOCKET, SO_RCVBUF, &kReceiveBuffer, sizeof(kReceiveBuffer));
-    }
+    GenICam::Client::GrowReceiveBuffer(m_nSocket, kReceiveBuffer);
     return true;
 }
 

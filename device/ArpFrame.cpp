@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <cstddef>
 #include <cstring>
+#include <iterator>
 #include <linux/if_packet.h>
 
 namespace {
@@ -129,21 +130,57 @@ ARP_CLAIM ReadArpClaim(const uint8_t* frame, size_t length, const uint8_t* ownMA
     return claim;
 }
 
-std::vector<sock_filter> BuildArpFilter()
+// A gratuitous reply announces as well as a request does.
+ARP_ANNOUNCEMENT ReadArpAnnouncement(const uint8_t* frame, size_t length, const uint8_t* ownMAC)
 {
-    enum : unsigned { kDrop = 11 };
-    return {
+    ARP_ANNOUNCEMENT heard;
+    memset(&heard, 0, sizeof(heard));
+    const ARP_CLAIM claim = ReadArpClaim(frame, length, ownMAC);
+    if (claim.nKind == ARP_CLAIM_NONE) {
+        return heard;
+    }
+    uint32_t target = 0;
+    memcpy(&target, frame + offsetof(ARP_PACKET, dwTargetIP), sizeof(target));
+    if (claim.nKind == ARP_CLAIM_PROBE) {
+        heard.nKind = ARP_ANNOUNCEMENT_PROBE;
+    } else if (target == claim.dwAddress) {
+        heard.nKind = ARP_ANNOUNCEMENT_CLAIM;
+    } else {
+        return heard;
+    }
+    heard.dwAddress = claim.dwAddress;
+    memcpy(heard.aMAC, claim.aMAC, sizeof(heard.aMAC));
+    return heard;
+}
+
+// Announcements only: the sender address is 0.0.0.0 (a probe) or equals the target address.
+std::vector<sock_filter> BuildArpFilter(ARP_FILTER which)
+{
+    const unsigned keep = which == ARP_FILTER_ALL ? 10 : 15;
+    const unsigned drop = keep + 1;
+    std::vector<sock_filter> program = {
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, static_cast<uint32_t>(SKF_AD_OFF + SKF_AD_PKTTYPE)), // 0 packet type
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, PACKET_OUTGOING, Skip(1, kDrop), 0),       // 1 sent by us
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, PACKET_OUTGOING, Skip(1, drop), 0),        // 1 sent by us
         BPF_STMT(BPF_LD | BPF_H | BPF_ABS, offsetof(ARP_PACKET, wEtherType)),            // 2
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, kEtherTypeARP, 0, Skip(3, kDrop)),         // 3 ARP only
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, kEtherTypeARP, 0, Skip(3, drop)),          // 3 ARP only
         BPF_STMT(BPF_LD | BPF_H | BPF_ABS, offsetof(ARP_PACKET, wHardwareType)),         // 4
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, kHardwareEthernet, 0, Skip(5, kDrop)),     // 5 Ethernet
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, kHardwareEthernet, 0, Skip(5, drop)),      // 5 Ethernet
         BPF_STMT(BPF_LD | BPF_H | BPF_ABS, offsetof(ARP_PACKET, wProtocolType)),         // 6
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, kProtocolIPv4, 0, Skip(7, kDrop)),         // 7 IPv4
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, kProtocolIPv4, 0, Skip(7, drop)),          // 7 IPv4
         BPF_STMT(BPF_LD | BPF_H | BPF_ABS, offsetof(ARP_PACKET, cHardwareLength)),       // 8
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, kAddressLengths, 0, Skip(9, kDrop)),       // 9 lengths 6 and 4
-        BPF_STMT(BPF_RET | BPF_K, sizeof(ARP_PACKET)),                                   // 10 keep the frame
-        BPF_STMT(BPF_RET | BPF_K, 0),                                                    // 11 drop
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, kAddressLengths, 0, Skip(9, drop)),        // 9 lengths 6 and 4
     };
+    if (which == ARP_FILTER_ANNOUNCEMENTS) {
+        const sock_filter announcement[] = {
+            BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(ARP_PACKET, dwSenderIP)),        // 10
+            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0, Skip(11, keep), 0),                 // 11 a probe
+            BPF_STMT(BPF_MISC | BPF_TAX, 0),                                             // 12
+            BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(ARP_PACKET, dwTargetIP)),        // 13
+            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_X, 0, 0, Skip(14, drop)),                 // 14 an announcement
+        };
+        program.insert(program.end(), std::begin(announcement), std::end(announcement));
+    }
+    program.push_back(BPF_STMT(BPF_RET | BPF_K, sizeof(ARP_PACKET))); // keep the frame
+    program.push_back(BPF_STMT(BPF_RET | BPF_K, 0));                  // drop
+    return program;
 }

@@ -75,6 +75,27 @@ struct ARP_CLAIM {
 // The address a frame of `length` bytes from the link claims for another host than `ownMAC`.
 ARP_CLAIM ReadArpClaim(const uint8_t* frame, size_t length, const uint8_t* ownMAC);
 
-// Kernel filter for a link-level socket that reads whole Ethernet frames: ARP over Ethernet/IPv4
-// that this host did not send.
-std::vector<sock_filter> BuildArpFilter();
+// A host taking an address (RFC 5227) first probes for it, then announces it.
+enum ARP_ANNOUNCEMENT_KIND {
+    ARP_ANNOUNCEMENT_NONE = 0,  // neither, or ours
+    ARP_ANNOUNCEMENT_PROBE,     // sender 0.0.0.0: the sender wants the target address
+    ARP_ANNOUNCEMENT_CLAIM,     // sender address == target address: the sender has just taken it
+};
+
+struct ARP_ANNOUNCEMENT {
+    ARP_ANNOUNCEMENT_KIND nKind;
+    uint32_t dwAddress; // network order: the address probed or announced
+    uint8_t aMAC[6];    // the sender's
+};
+
+// The probe or announcement a frame of `length` bytes from the link carries from another host than `ownMAC`.
+ARP_ANNOUNCEMENT ReadArpAnnouncement(const uint8_t* frame, size_t length, const uint8_t* ownMAC);
+
+// Which frames a link-level ARP socket keeps.
+enum ARP_FILTER {
+    ARP_FILTER_ALL = 0,        // ARP over Ethernet/IPv4 that this host did not send
+    ARP_FILTER_ANNOUNCEMENTS,  // of those, probes and announcements only
+};
+
+// Kernel filter for a link-level socket that reads whole Ethernet frames.
+std::vector<sock_filter> BuildArpFilter(ARP_FILTER which = ARP_FILTER_ALL);

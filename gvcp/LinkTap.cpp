@@ -5,6 +5,7 @@
 #include "common/Helper.h"
 #include "common/InstanceFactory.h"
 #include "common/KernelInterfaces.h"
+#include "common/SocketBuffer.h"
 #include "gvcp/LinkFrame.h"
 
 #include <arpa/inet.h>
@@ -71,9 +72,7 @@ void CLinkTap::Open(unsigned int ip, int port, bool, bool)
     if (setsockopt(m_nPacketSocket, SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof(filter)) != 0) {
         _FailOpen();
     }
-    if (setsockopt(m_nPacketSocket, SOL_SOCKET, SO_RCVBUFFORCE, &kReceiveBuffer, sizeof(kReceiveBuffer)) != 0) {
-        setsockopt(m_nPacketSocket, SOL_SOCKET, SO_RCVBUF, &kReceiveBuffer, sizeof(kReceiveBuffer));
-    }
+    GrowReceiveBuffer(m_nPacketSocket, kReceiveBuffer);
     sockaddr_ll link;
     memset(&link, 0, sizeof(link));
     link.sll_family = AF_PACKET;

@@ -27,11 +27,13 @@ DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "$d
 echo "== package: installed files"
 for path in /usr/sbin/autoipconfig /usr/share/man/man8/autoipconfig.8.gz \
             /usr/share/doc/autoipconfig/README.md /usr/share/doc/autoipconfig/copyright \
-            /usr/lib/systemd/system/autoipconfig.service /etc/default/autoipconfig; do
+            /usr/lib/systemd/system/autoipconfig.service /usr/lib/systemd/system/autoipconfig-watch.service \
+            /etc/default/autoipconfig; do
   [ -f "$path" ] || { echo "package: $path is missing" >&2; exit 1; }
 done
 man -w autoipconfig > /dev/null
-systemd-analyze verify --man=no /usr/lib/systemd/system/autoipconfig.service
+systemd-analyze verify --man=no /usr/lib/systemd/system/autoipconfig.service \
+  /usr/lib/systemd/system/autoipconfig-watch.service
 
 echo "== package: the boot unit's options file"
 options_file=/etc/default/autoipconfig  # read by the unit, never run
@@ -44,8 +46,20 @@ grep -qx "$options_file" /var/lib/dpkg/info/autoipconfig.conffiles \
 grep -qx "EnvironmentFile=-$options_file" "$unit" \
   && grep -q '^ExecStart=/usr/sbin/[a-z]* \$AUTOIPCONFIG_OPTIONS$' "$unit" \
   || { echo "package: the unit does not take its options from $options_file" >&2; exit 1; }
-if [ -n "$(find /etc/systemd/system -name autoipconfig.service 2>/dev/null)" ]; then
-  echo "package: the unit was enabled by installing the package" >&2
+
+echo "== package: the watch unit"
+watch_unit=/usr/lib/systemd/system/autoipconfig-watch.service  # checked as text here
+grep -qx 'Type=notify' "$watch_unit" && grep -q '^WatchdogSec=[1-9]' "$watch_unit" \
+  || { echo "package: the watch unit does not notify its manager" >&2; exit 1; }
+grep -qx "EnvironmentFile=-$options_file" "$watch_unit" \
+  && grep -q '^ExecStart=/usr/sbin/[a-z]* --watch \$AUTOIPCONFIG_OPTIONS$' "$watch_unit" \
+  || { echo "package: the watch unit does not take its options from $options_file" >&2; exit 1; }
+# Two instances would fight over the tool's ports: each unit stops the other.
+grep -qx 'Conflicts=autoipconfig.service' "$watch_unit" && grep -qx 'Conflicts=autoipconfig-watch.service' "$unit" \
+  || { echo "package: the boot unit and the watch unit do not conflict" >&2; exit 1; }
+
+if [ -n "$(find /etc/systemd/system -name 'autoipconfig*.service' 2>/dev/null)" ]; then
+  echo "package: a unit was enabled by installing the package" >&2
   exit 1
 fi
 

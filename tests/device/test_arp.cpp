@@ -197,35 +197,45 @@ TEST(ArpFrame, ConflictProbeAsksForTheCandidateFromNoAddressToBroadcast)
     EXPECT_EQ(Of(EncodeArpConflictProbe(kMac, inet_addr("192.168.1.11"))), expected);
 }
 
-TEST(ArpFrame, ClaimOfEveryFrameAConflictProbeMayHear)
+// What the conflict probe and the announcement watch make of each frame.
+TEST(ArpFrame, ClaimAndAnnouncementOfEveryFrameALinkCarries)
 {
+    const ARP_CLAIM_KIND reply = ARP_CLAIM_REPLY, request = ARP_CLAIM_REQUEST, none = ARP_CLAIM_NONE;
+    const ARP_ANNOUNCEMENT_KIND probe = ARP_ANNOUNCEMENT_PROBE, claims = ARP_ANNOUNCEMENT_CLAIM,
+                                neither = ARP_ANNOUNCEMENT_NONE;
     const struct {
         const char* name;
         Frame frame;
         ARP_CLAIM_KIND kind;
+        ARP_ANNOUNCEMENT_KIND heard;
         const char* address;
     } cases[] = {
-        {"Linux answers a probe", Heard(2, kPlc, "192.168.1.11", "0.0.0.0"), ARP_CLAIM_REPLY, "192.168.1.11"},
-        {"unpadded, as a veth delivers it", Heard(2, kPlc, "192.168.1.11", "0.0.0.0", 42), ARP_CLAIM_REPLY,
+        {"Linux answers a probe", Heard(2, kPlc, "192.168.1.11", "0.0.0.0"), reply, neither, "192.168.1.11"},
+        {"unpadded, as a veth delivers it", Heard(2, kPlc, "192.168.1.11", "0.0.0.0", 42), reply, neither,
          "192.168.1.11"},
-        {"a request claims its sender address", Heard(1, kPlc, "192.168.1.11", "192.168.1.1"), ARP_CLAIM_REQUEST,
+        {"a request claims its sender address", Heard(1, kPlc, "192.168.1.11", "192.168.1.1"), request, neither,
          "192.168.1.11"},
-        {"an announcement", Heard(1, kPlc, "192.168.1.11", "192.168.1.11"), ARP_CLAIM_REQUEST, "192.168.1.11"},
-        {"another host probing", Heard(1, kPlc, "0.0.0.0", "192.168.1.11"), ARP_CLAIM_PROBE, "192.168.1.11"},
-        {"our own probe", Heard(1, kMac, "0.0.0.0", "192.168.1.11"), ARP_CLAIM_NONE, "0.0.0.0"},
-        {"our own reply", Heard(2, kMac, "192.168.1.5", "192.168.1.11"), ARP_CLAIM_NONE, "0.0.0.0"},
-        {"a reply from no address", Heard(2, kPlc, "0.0.0.0", "192.168.1.11"), ARP_CLAIM_NONE, "0.0.0.0"},
-        {"cut short", Heard(2, kPlc, "192.168.1.11", "0.0.0.0", 41), ARP_CLAIM_NONE, "0.0.0.0"},
-        {"reverse ARP", With(Heard(2, kPlc, "192.168.1.11", "0.0.0.0"), 13, 0x35), ARP_CLAIM_NONE, "0.0.0.0"},
-        {"operation 3", With(Heard(2, kPlc, "192.168.1.11", "0.0.0.0"), 21, 3), ARP_CLAIM_NONE, "0.0.0.0"},
-        {"hardware length 8", With(Heard(2, kPlc, "192.168.1.11", "0.0.0.0"), 18, 8), ARP_CLAIM_NONE, "0.0.0.0"},
+        {"an announcement", Heard(1, kPlc, "192.168.1.11", "192.168.1.11"), request, claims, "192.168.1.11"},
+        {"an unpadded announcement", Heard(1, kPlc, "10.0.0.7", "10.0.0.7", 42), request, claims, "10.0.0.7"},
+        {"a gratuitous reply", Heard(2, kPlc, "10.0.0.7", "10.0.0.7"), reply, claims, "10.0.0.7"},
+        {"another host probing", Heard(1, kPlc, "0.0.0.0", "192.168.1.11"), ARP_CLAIM_PROBE, probe, "192.168.1.11"},
+        {"our own probe", Heard(1, kMac, "0.0.0.0", "192.168.1.11"), none, neither, "0.0.0.0"},
+        {"our own reply", Heard(2, kMac, "192.168.1.5", "192.168.1.11"), none, neither, "0.0.0.0"},
+        {"our own announcement", Heard(1, kMac, "10.0.0.7", "10.0.0.7"), none, neither, "0.0.0.0"},
+        {"a reply from no address", Heard(2, kPlc, "0.0.0.0", "192.168.1.11"), none, neither, "0.0.0.0"},
+        {"cut short", Heard(2, kPlc, "192.168.1.11", "192.168.1.11", 41), none, neither, "0.0.0.0"},
+        {"reverse ARP", With(Heard(2, kPlc, "192.168.1.11", "0.0.0.0"), 13, 0x35), none, neither, "0.0.0.0"},
+        {"operation 3", With(Heard(2, kPlc, "192.168.1.11", "0.0.0.0"), 21, 3), none, neither, "0.0.0.0"},
+        {"hardware length 8", With(Heard(2, kPlc, "192.168.1.11", "0.0.0.0"), 18, 8), none, neither, "0.0.0.0"},
     };
     for (const auto& c : cases) {
         const ARP_CLAIM claim = ReadArpClaim(c.frame.data(), c.frame.size(), kMac);
         EXPECT_EQ(claim.nKind, c.kind) << c.name;
-        EXPECT_EQ(claim.dwAddress, c.kind == ARP_CLAIM_NONE ? 0u : inet_addr(c.address)) << c.name;
-        if (c.kind != ARP_CLAIM_NONE) {
-            EXPECT_EQ(memcmp(claim.aMAC, kPlc, 6), 0) << c.name;
-        }
+        EXPECT_EQ(claim.dwAddress, c.kind == none ? 0u : inet_addr(c.address)) << c.name;
+        EXPECT_TRUE(c.kind == none || memcmp(claim.aMAC, kPlc, 6) == 0) << c.name;
+        const ARP_ANNOUNCEMENT heard = ReadArpAnnouncement(c.frame.data(), c.frame.size(), kMac);
+        EXPECT_EQ(heard.nKind, c.heard) << c.name;
+        EXPECT_EQ(heard.dwAddress, c.heard == neither ? 0u : inet_addr(c.address)) << c.name;
+        EXPECT_EQ(memcmp(heard.aMAC, kPlc, 6) == 0, c.heard != neither) << c.name;
     }
 }

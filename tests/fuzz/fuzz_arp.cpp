@@ -38,5 +38,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     // The conflict probe reads frames of any length; a claim names an address and another host.
     const ARP_CLAIM claim = ReadArpClaim(data + (size > 4 ? 4 : size), size > 4 ? size - 4 : 0, mac);
     FUZZ_CHECK(claim.nKind == ARP_CLAIM_NONE || (claim.dwAddress != 0 && memcmp(claim.aMAC, mac, 6) != 0));
+    // An announcement is a claim of the same address by the same host.
+    const ARP_ANNOUNCEMENT heard = ReadArpAnnouncement(data + (size > 4 ? 4 : size), size > 4 ? size - 4 : 0, mac);
+    FUZZ_CHECK(heard.nKind == ARP_ANNOUNCEMENT_NONE ||
+               (heard.dwAddress == claim.dwAddress && memcmp(heard.aMAC, claim.aMAC, 6) == 0));
     return 0;
 }

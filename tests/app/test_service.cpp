@@ -1,0 +1,179 @@
+#include "app/ServiceNotify.h"
+#include "app/StopSignals.h"
+#include "common/Progress.h"
+#include "common/StopToken.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <vector>
+
+using namespace GenICam::Client;
+
+namespace {
+
+struct HEARD {
+    uint64_t nAtMs;
+    std::string strText;
+};
+
+// A service manager's end of the notify protocol: a datagram socket in a directory of its own.
+class NotifySocket : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        char dir[] = "/tmp/aic-notify-XXXXXX";
+        ASSERT_NE(mkdtemp(dir), nullptr);
+        m_dir = dir;
+        m_path = m_dir + "/notify";
+        m_socket = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        strncpy(address.sun_path, m_path.c_str(), sizeof(address.sun_path) - 1);
+        ASSERT_EQ(bind(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+        setenv("NOTIFY_SOCKET", m_path.c_str(), 1);
+        setenv("WATCHDOG_USEC", "200000", 1);
+        unsetenv("WATCHDOG_PID");
+    }
+    void TearDown() override
+    {
+        unsetenv("NOTIFY_SOCKET");
+        unsetenv("WATCHDOG_USEC");
+        close(m_socket);
+        unlink(m_path.c_str());
+        rmdir(m_dir.c_str());
+    }
+
+    // Everything heard for `ms`; with `bump`, the process makes progress every 10 ms meanwhile.
+    std::vector<HEARD> Listen(uint64_t ms, bool bump)
+    {
+        std::vector<HEARD> heard;
+        const uint64_t end = MonotonicMs() + ms;
+        for (uint64_t now = MonotonicMs(); now < end; now = MonotonicMs()) {
+            if (bump) {
+                BumpProgress();
+            }
+            if (WaitReadable(m_socket, std::min(end, now + 10), nullptr) == WAIT_READY) {
+                char text[256];
+                const ssize_t length = recv(m_socket, text, sizeof(text), 0);
+                heard.push_back({MonotonicMs(), std::string(text, length > 0 ? static_cast<size_t>(length) : 0)});
+            }
+        }
+        return heard;
+    }
+
+    std::string m_dir;
+    std::string m_path;
+    int m_socket = -1;
+};
+
+std::string Texts(const std::vector<HEARD>& heard)
+{
+    std::string out;
+    for (const auto& h : heard) {
+        out += h.strText + "|";
+    }
+    return out;
+}
+
+uint64_t LongestGap(uint64_t startMs, const std::vector<HEARD>& heard, uint64_t endMs)
+{
+    uint64_t gap = 0;
+    uint64_t previous = startMs;
+    for (const auto& h : heard) {
+        gap = std::max(gap, h.nAtMs - previous);
+        previous = h.nAtMs;
+    }
+    return std::max(gap, endMs - previous);
+}
+
+} // namespace
+
+TEST_F(NotifySocket, ReadyStatusAndStoppingAsOneLineEach)
+{
+    CServiceNotify notify;
+    EXPECT_TRUE(notify.IsEnabled());
+    EXPECT_GT(notify.Ready(), 0);
+    EXPECT_GT(notify.Status("pass 3: 2 cameras\nREADY=1"), 0);
+    EXPECT_GT(notify.Stopping(), 0);
+    EXPECT_EQ(Texts(Listen(100, false)), "READY=1|STATUS=pass 3: 2 cameras READY=1|STOPPING=1|");
+}
+
+TEST_F(NotifySocket, WatchdogOnlyWhileTheProcessMakesProgress)
+{
+    CServiceNotify notify;
+    ASSERT_TRUE(notify.StartWatchdog());
+    EXPECT_FALSE(notify.StartWatchdog()) << "one pinger";
+
+    uint64_t start = MonotonicMs();
+    std::vector<HEARD> heard = Listen(600, true);
+    EXPECT_LE(LongestGap(start, heard, MonotonicMs()), 100u) << "bumped: " << heard.size() << " pings";
+    EXPECT_EQ(Texts(heard).find("WATCHDOG=1|"), 0u);
+
+    Listen(100, false); // the last bumps' ping
+    EXPECT_TRUE(Listen(400, false).empty()) << "a hung process is not kept alive";
+
+    // A wait that announced its end counts as progress until then, without a bump.
+    start = MonotonicMs();
+    ExpectProgressBy(start + 400);
+    heard = Listen(350, false);
+    EXPECT_LE(LongestGap(start, heard, MonotonicMs()), 100u) << "announced wait: " << heard.size() << " pings";
+    Listen(150, false);
+    EXPECT_TRUE(Listen(300, false).empty()) << "silent once the announced end passed";
+
+    const uint64_t stopping = MonotonicMs();
+    notify.StopWatchdog();
+    EXPECT_LT(MonotonicMs() - stopping, 50u);
+}
+
+TEST_F(NotifySocket, NoPingerWithoutAManagerOrAWatchdog)
+{
+    const struct {
+        bool socket;
+        const char* watchdog;
+        const char* pid;
+        bool enabled;
+    } cases[] = {
+        {false, "200000", nullptr, false},
+        {true, nullptr, nullptr, true},
+        {true, "200000", "1", true}, // the watchdog is another process's
+    };
+    for (const auto& c : cases) {
+        c.socket ? setenv("NOTIFY_SOCKET", m_path.c_str(), 1) : unsetenv("NOTIFY_SOCKET");
+        c.watchdog ? setenv("WATCHDOG_USEC", c.watchdog, 1) : unsetenv("WATCHDOG_USEC");
+        c.pid ? setenv("WATCHDOG_PID", c.pid, 1) : unsetenv("WATCHDOG_PID");
+        CServiceNotify notify;
+        EXPECT_EQ(notify.IsEnabled(), c.enabled);
+        EXPECT_FALSE(notify.StartWatchdog());
+        EXPECT_EQ(notify.Ready() > 0, c.enabled);
+    }
+    EXPECT_EQ(Texts(Listen(50, true)), "READY=1|READY=1|");
+    unsetenv("WATCHDOG_PID");
+}
+
+TEST(StopSignals, TermAndIntRequestTheStopAndUninstallRestores)
+{
+    for (const int number : {SIGTERM, SIGINT}) {
+        struct sigaction previous = {};
+        previous.sa_handler = SIG_IGN;
+        ASSERT_EQ(sigaction(number, &previous, nullptr), 0);
+        CStopSignals signals;
+        ASSERT_TRUE(signals.Install(nullptr));
+        ProcessStopToken().Reset();
+        ASSERT_EQ(raise(number), 0);
+        EXPECT_TRUE(ProcessStopToken().IsRequested()) << number;
+        EXPECT_EQ(ReceivedStopSignal(), number);
+        ASSERT_EQ(raise(number), 0) << "a second signal while stopping is harmless";
+        signals.Uninstall();
+        struct sigaction now = {};
+        sigaction(number, nullptr, &now);
+        EXPECT_EQ(now.sa_handler, SIG_IGN) << number;
+        ProcessStopToken().Reset();
+        signal(number, SIG_DFL);
+    }
+}

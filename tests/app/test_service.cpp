@@ -8,6 +8,7 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <string>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -58,7 +59,9 @@ protected:
             if (bump) {
                 BumpProgress();
             }
-            if (WaitReadable(m_socket, std::min(end, now + 10), nullptr) == WAIT_READY) {
+            // A plain poll: the product's waits count as progress themselves.
+            pollfd ready = {m_socket, POLLIN, 0};
+            if (poll(&ready, 1, static_cast<int>(std::min<uint64_t>(end - now, 10))) > 0) {
                 char text[256];
                 const ssize_t length = recv(m_socket, text, sizeof(text), 0);
                 heard.push_back({MonotonicMs(), std::string(text, length > 0 ? static_cast<size_t>(length) : 0)});

@@ -19,7 +19,6 @@ JSON object with "time" (RFC 3339, UTC, milliseconds), "event" and "interface".
 usage: run_watch.py --tool PATH CASE.json
 """
 
-import argparse
 import glob
 import json
 import os
@@ -80,7 +79,9 @@ class Driver:
         elif words[0] in SIGNALS and self.tool.poll() is None:
             self.tool.send_signal(SIGNALS[words[0]])
             self.signalled = self.now()
-        elif words[0] not in SIGNALS:
+        elif words[0] in SIGNALS:
+            self.problems.append(f"ended on its own by {self.exited} s, before the {words[0]}")
+        else:
             self.problems.append(f"unknown action {action}")
 
     def run(self, actions):
@@ -190,12 +191,7 @@ def check(case, result, record):
 def main(argv):
     if argv[:1] == ["--drive"]:
         return drive(argv[1], argv[2], argv[3:])
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--tool", required=True)
-    parser.add_argument("case")
-    args = parser.parse_args(argv)
-    with open(args.case, encoding="utf-8") as f:
-        case = json.load(f)
+    args, case = run_case.tool_and_case(argv, __doc__.splitlines()[0])
     tool = [os.path.abspath(args.tool), "--watch", "--json", "--interval", str(case.get("interval", 10))]
     last = max([a["at"] for a in case.get("actions", [])] + [0])
     with tempfile.TemporaryDirectory(prefix="aic-watch-") as work:

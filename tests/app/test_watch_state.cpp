@@ -31,11 +31,11 @@ WATCH_RESULT Did(const std::string& mac, WATCH_OUTCOME outcome, const char* ip =
     return WATCH_RESULT{mac, outcome, Cipcalc().iptolong(ip), 0xFFFFFF00, reason};
 }
 
-std::string Join(const std::vector<std::string>& words)
+std::string Joined(const std::vector<std::string>& parts, const char* separator)
 {
     std::string text;
-    for (const std::string& word : words) {
-        text += (text.empty() ? "" : " ") + word;
+    for (const std::string& part : parts) {
+        text += (text.empty() ? "" : separator) + part;
     }
     return text;
 }
@@ -45,15 +45,11 @@ std::string Told(const std::vector<WATCH_EVENT>& events)
 {
     std::vector<std::string> lines;
     for (const WATCH_EVENT& e : events) {
-        std::string line = std::string(WatchEventName(e.nKind)) + " " + e.strMac + " " +
-                           (e.bHasPreviousIP ? DottedText(e.nPreviousIP) + "->" : "") + DottedText(e.nIP);
-        lines.push_back(e.strReason.empty() ? line : line + ": " + e.strReason);
+        lines.push_back(std::string(WatchEventName(e.nKind)) + " " + e.strMac + " " +
+                        (e.bHasPreviousIP ? DottedText(e.nPreviousIP) + "->" : "") + DottedText(e.nIP) +
+                        (e.strReason.empty() ? "" : ": " + e.strReason));
     }
-    std::string text;
-    for (const std::string& line : lines) {
-        text += (text.empty() ? "" : "; ") + line;
-    }
-    return text;
+    return Joined(lines, "; ");
 }
 
 struct STEP {
@@ -70,7 +66,7 @@ void RunSteps(CWatchState& state, const std::vector<STEP>& steps)
         WATCH_PASS_VIEW view;
         view.vecInterfaces = {"eth0"};
         view.vecCameras = step.seen;
-        EXPECT_EQ(Join(state.CamerasToWork(view, step.nowMs)), step.work) << "at " << step.nowMs;
+        EXPECT_EQ(Joined(state.CamerasToWork(view, step.nowMs), " "), step.work) << "at " << step.nowMs;
         EXPECT_EQ(Told(state.EndPass(view, step.results, step.nowMs, 0)), step.events) << "at " << step.nowMs;
     }
 }

@@ -473,8 +473,8 @@ class Simulator:
         self.control = os.open(control, os.O_RDWR | os.O_NONBLOCK) if control else None
         self.control_text = b""
         for cam in self.cameras:
-            if cam.plugged:  # once, before "ready": before any command runs
-                self.announce(cam, 1)
+            if cam.plugged and cam.ip:  # once, before "ready": before any command runs
+                self.send(self.frames.arp_announce(cam.mac, cam.ip))
 
     # scheduling
     def at(self, delay, action, *args):
@@ -487,8 +487,8 @@ class Simulator:
         except BlockingIOError:
             self.at(0.001, self.send, frame)
 
-    def announce(self, cam, count=ANNOUNCE_NUM):
-        for index in range(count if cam.ip else 0):
+    def announce(self, cam):
+        for index in range(ANNOUNCE_NUM if cam.ip else 0):
             self.at(index * ANNOUNCE_INTERVAL_S, self.send_announcement, cam, cam.ip)
 
     def send_announcement(self, cam, ip):

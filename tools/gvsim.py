@@ -5,6 +5,7 @@ One process serves every camera of a link through a raw packet socket: it
 parses and builds Ethernet, ARP, IPv4 and UDP itself, answers GVCP as the
 devices would (with per-camera faults) and logs every command as JSON lines.
 Standard library only, and on purpose no code shared with the C++ tool.
+A control pipe (--control) takes "plug MAC", "unplug MAC" and "cycle MAC" lines while it runs.
 """
 
 import argparse
@@ -31,6 +32,9 @@ GVCP_KEY = 0x42
 FLAG_ACK_REQUIRED = 0x01
 FLAG_BROADCAST_ACK = 0x10
 MIN_FRAME = 60
+# RFC 5227: a device that has taken an address announces it twice, two seconds apart.
+ANNOUNCE_NUM = 2
+ANNOUNCE_INTERVAL_S = 2.0
 
 # --- wire layouts (all big-endian) -------------------------------------------
 ETH = struct.Struct("!6s6sH")
@@ -156,6 +160,12 @@ class Frames:
                        peer_mac, struct.pack("!I", peer_ip))
         return self.pad(ETH.pack(peer_mac, cam_mac, ETH_P_ARP) + arp)
 
+    def arp_announce(self, cam_mac, cam_ip):
+        """Gratuitous ARP request: sender and target address are the camera's own, to everyone."""
+        address = struct.pack("!I", cam_ip)
+        arp = ARP.pack(1, ETH_P_IP, 6, 4, 1, cam_mac, address, bytes(6), address)
+        return self.pad(ETH.pack(BROADCAST_MAC, cam_mac, ETH_P_ARP) + arp)
+
     def udp(self, src_mac, dst_mac, src_ip, dst_ip, sport, dport, payload, bad_checksum=False):
         self.ip_id = (self.ip_id + 1) & 0xFFFF
         src, dst = struct.pack("!I", src_ip), struct.pack("!I", dst_ip)
@@ -195,7 +205,7 @@ CAMERA_KEYS = {
     "mac", "ip", "mask", "gateway", "model", "vendor", "version", "serial", "user_name",
     "manufacturer_info", "gev_version", "device_mode", "ip_config_options",
     "ip_config_current", "persistent", "restart_delay_ms", "answer_window_ms", "faults",
-    "kind", "held_by",
+    "kind", "held_by", "plugged",
 }
 
 
@@ -292,6 +302,7 @@ class Camera:
             ip, port = conf["held_by"].split(":")
             self.ccp, self.controller, self.control_until = CCP_CONTROL, (ip_int(ip), int(port)), float("inf")
         self.online = True
+        self.plugged = bool(conf.get("plugged", True))  # false: on the shelf until a "plug" control line
 
     # control privilege: a standard camera ties it to the address and port that took it
     def release(self):
@@ -434,7 +445,7 @@ def expand_generated(block):
 
 # --- the link ----------------------------------------------------------------
 class Simulator:
-    def __init__(self, config, iface, segment, record, window_ms, control_ms):
+    def __init__(self, config, iface, segment, record, window_ms, control_ms, control=None):
         confs = list(config.get("cameras", []))
         for block in config.get("generate", []):
             confs += expand_generated(block)
@@ -458,6 +469,12 @@ class Simulator:
         self.sock.setsockopt(socket.SOL_SOCKET, SO_SNDBUFFORCE, 8 << 20)
         self.sock.bind((iface, 0))
         self.sock.setblocking(False)
+        # read-write, so the pipe never reports end of file between writers and opening never blocks
+        self.control = os.open(control, os.O_RDWR | os.O_NONBLOCK) if control else None
+        self.control_text = b""
+        for cam in self.cameras:
+            if cam.plugged and cam.ip:  # once, before "ready": before any command runs
+                self.send(self.frames.arp_announce(cam.mac, cam.ip))
 
     # scheduling
     def at(self, delay, action, *args):
@@ -469,6 +486,14 @@ class Simulator:
             self.sock.send(frame)
         except BlockingIOError:
             self.at(0.001, self.send, frame)
+
+    def announce(self, cam):
+        for index in range(ANNOUNCE_NUM if cam.ip else 0):
+            self.at(index * ANNOUNCE_INTERVAL_S, self.send_announcement, cam, cam.ip)
+
+    def send_announcement(self, cam, ip):
+        if cam.plugged and cam.online and cam.ip == ip:
+            self.send(self.frames.arp_announce(cam.mac, ip))
 
     def send_udp(self, cam_mac, src_ip, dest, payload, src_port=GVCP_PORT, bad_checksum=False):
         mac, ip, port = dest
@@ -525,7 +550,7 @@ class Simulator:
             return
         target = struct.unpack("!I", tpa)[0]
         for cam in self.cameras:
-            if cam.online and cam.ip == target and dst in (BROADCAST_MAC, cam.mac):
+            if cam.plugged and cam.online and cam.ip == target and dst in (BROADCAST_MAC, cam.mac):
                 self.send(self.frames.arp_reply(cam.mac, cam.ip, sha, struct.unpack("!I", spa)[0]))
 
     def on_ipv4(self, dst_mac, src_mac, data):
@@ -547,6 +572,9 @@ class Simulator:
         self.dispatch(req)
 
     def addressed(self, req):
+        return [cam for cam in self.addressed_any(req) if cam.plugged]
+
+    def addressed_any(self, req):
         if req.dst_mac == BROADCAST_MAC:
             if req.name == "discovery":  # hosts also use subnet-directed broadcasts
                 return list(self.cameras)
@@ -635,10 +663,10 @@ class Simulator:
         if not cam.faults.no_restart:
             self.at(cam.restart_delay, self.come_back, cam)
 
-    @staticmethod
-    def come_back(cam):
+    def come_back(self, cam):
         cam.ip, cam.mask, cam.gateway, cam.ip_config_current = cam.persistent
         cam.online = True
+        self.announce(cam)
 
     @staticmethod
     def vanish(cam):
@@ -708,10 +736,48 @@ class Simulator:
             cam.online = False
             self.at(cam.restart_delay, self.boot, cam)
 
-    @staticmethod
-    def boot(cam):
+    def boot(self, cam):
         cam.power_cycle()
         cam.online = True
+        self.announce(cam)
+
+    # control pipe
+    def on_control(self):
+        try:
+            self.control_text += os.read(self.control, 4096)
+        except BlockingIOError:
+            return
+        *lines, self.control_text = self.control_text.split(b"\n")
+        for line in lines:
+            words = line.decode("ascii", "replace").split()
+            mac = control_mac(words[1]) if len(words) == 2 else None
+            if mac is None or words[0] not in ("plug", "unplug", "cycle"):
+                print(f"gvsim: bad control line {line!r}", file=sys.stderr, flush=True)
+                continue
+            cam = self.by_mac.get(mac)
+            if cam:  # a camera of another link is that link's business
+                getattr(self, "control_" + words[0])(cam)
+                self.log_control(words[0], cam)
+
+    def control_plug(self, cam):
+        """Plugged in (or powered): boots from its stored configuration at once."""
+        cam.plugged = True
+        self.boot(cam)
+
+    @staticmethod
+    def control_unplug(cam):
+        cam.plugged, cam.online = False, False
+        cam.release()
+
+    def control_cycle(self, cam):
+        cam.online = False
+        self.at(cam.restart_delay, self.boot, cam)
+
+    def log_control(self, action, cam):
+        self.pending.append({
+            "t": round(time.time(), 6), "segment": self.segment, "iface": None, "camera": mac_text(cam.mac),
+            "cmd": action, "fields": {"ip": ip_text(cam.ip)}, "state": "online" if cam.online else "offline",
+            "answer": None})
 
     def final_state(self):
         """What a read of each camera's registers would give at the end, for the record."""
@@ -719,7 +785,8 @@ class Simulator:
             ip, mask, gateway = cam.persistent[:3]
             self.pending.append({
                 "t": round(time.time(), 6), "segment": self.segment, "iface": None, "camera": mac_text(cam.mac),
-                "cmd": "final", "state": "online" if cam.online else "offline", "answer": None,
+                "cmd": "final", "answer": None,
+                "state": "unplugged" if not cam.plugged else "online" if cam.online else "offline",
                 "fields": {"ip": ip_text(cam.ip), "mask": ip_text(cam.mask), "persistent_ip": ip_text(ip),
                            "persistent_mask": ip_text(mask), "persistent_gateway": ip_text(gateway),
                            "ip_config": f"0x{cam.ip_config_current:X}", "ccp": cam.ccp}})
@@ -735,9 +802,12 @@ class Simulator:
             wait = min(self.events[0][0] - time.monotonic(), 0.2) if self.events else 0.2
             if wait > 0.01 or len(self.pending) > 5000:
                 self.flush()
-            readable, _, _ = select.select([self.sock], [], [], max(wait, 0))
-            if readable:
+            sources = [self.sock] + ([self.control] if self.control is not None else [])
+            readable, _, _ = select.select(sources, [], [], max(wait, 0))
+            if self.sock in readable:
                 self.drain()
+            if self.control in readable:
+                self.on_control()
 
     def drain(self):
         for _ in range(2000):
@@ -747,6 +817,15 @@ class Simulator:
                 return
             if address[2] != PACKET_OUTGOING:
                 self.on_frame(frame)
+
+
+def control_mac(text):
+    """A MAC of a control line; None when it is not one (the simulator keeps running)."""
+    try:
+        mac = bytes.fromhex(text.replace(":", "").replace("-", ""))
+    except ValueError:
+        return None
+    return mac if len(mac) == 6 else None
 
 
 def decoded_fields(req):
@@ -778,6 +857,7 @@ def parse_args(argv):
     parser.add_argument("--config", required=True, help="JSON: cameras, generate, hosts")
     parser.add_argument("--record", help="append one JSON line per command received")
     parser.add_argument("--segment", default="", help="segment name written to the record")
+    parser.add_argument("--control", help="named pipe of control lines: plug MAC, unplug MAC, cycle MAC")
     parser.add_argument("--window-ms", default="0,30",
                         help="default discovery answer delay window in ms, LOW,HIGH (default 0,30)")
     parser.add_argument("--control-window-ms", default="0,0",
@@ -790,7 +870,7 @@ def main(argv=None):
     with open(args.config, encoding="utf-8") as f:
         config = json.load(f)
     window, control = ([float(v) for v in text.split(",")] for text in (args.window_ms, args.control_window_ms))
-    sim = Simulator(config, args.iface, args.segment or args.iface, args.record, window, control)
+    sim = Simulator(config, args.iface, args.segment or args.iface, args.record, window, control, args.control)
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(0))
     signal.signal(signal.SIGINT, lambda *_: sys.exit(0))
     signal.signal(signal.SIGUSR1, lambda *_: setattr(sim, "cycle_pending", True))

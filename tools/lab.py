@@ -34,6 +34,8 @@ EXIT_INTERRUPTED = 130
 INTERFACE_KEYS = {"name", "mac", "addresses", "gateway", "routes", "mtu", "down", "segment",
                   "cameras", "generate", "hosts"}
 HOST_KEYS = {"name", "mac", "address", "answer_delay_ms", "arping_dad"}
+SECOND_HOST_KEYS = {"segment", "interface", "mac", "addresses", "gateway"}
+SECOND_HOST_MAC = "02:00:00:00:5e:01"
 # A concurrent claim: arping -D probes once a second (whole seconds only); two of them half a
 # second apart put a probe into every window of a second, until the lab goes down.
 ARPING_DAD = ["arping", "-D", "-q", "-c", "100000"]
@@ -94,6 +96,11 @@ def load_scenario(path):
     if len(set(names)) != len(names):
         raise LabError(f"{path}: interface names repeat")
     check_host_sysctls(path, scenario.get("host_sysctls", {}), names)
+    second = scenario.get("second_host")
+    segments = {itf.get("segment", itf["name"]) for itf in interfaces}
+    if second is not None and (set(second) - SECOND_HOST_KEYS or len(second.get("interface", "eth0")) > 15
+                               or second.get("segment", interfaces[0].get("segment", names[0])) not in segments):
+        raise LabError(f"{path}: bad second_host {second}")
     if not isinstance(scenario.get("no_net_raw", False), bool):
         raise LabError(f"{path}: no_net_raw is true or false")
     return scenario
@@ -121,6 +128,7 @@ class Lab:
         self.windows = windows
         self.run_id = f"{os.getpid() % 100000}{secrets.token_hex(2)}"
         self.host_ns = f"gvlab{self.run_id}h"
+        self.second_ns = f"gvlab{self.run_id}b"
         self.segments = self.plan_segments()
         self.namespaces = []
         self.simulators = []
@@ -141,6 +149,12 @@ class Lab:
             segment["generate"] += generate if isinstance(generate, list) else [generate]
         for index, segment in enumerate(segments.values()):
             segment["ns"] = f"gvlab{self.run_id}s{index}"
+        second = self.scenario.get("second_host")
+        if second is not None:
+            first = self.scenario["interfaces"][0]
+            second = dict({"segment": first.get("segment", first["name"]), "interface": "eth0",
+                           "mac": SECOND_HOST_MAC, "addresses": []}, **second)
+            segments[second["segment"]]["second_host"] = second
         return segments
 
     # bring-up
@@ -154,6 +168,8 @@ class Lab:
             self.add_bridge(segment["ns"])
             for port, itf in enumerate(segment["interfaces"]):
                 self.add_interface(itf, segment["ns"], f"p{port}")
+            if "second_host" in segment:
+                self.add_second_host(segment["second_host"], segment["ns"])
             self.start_simulator(name, segment)
             for index, host in enumerate(segment["hosts"]):
                 self.add_host(host, segment["ns"], f"{segment['ns']}x{index}", f"q{index}")
@@ -216,6 +232,21 @@ class Lab:
             f"{', answers after %s ms' % host['answer_delay_ms'] if 'answer_delay_ms' in host else ''}"
             f"{', probing ' + host['arping_dad'] if 'arping_dad' in host else ''}")
 
+    def add_second_host(self, second, segment_ns):
+        """Another stock host on the link, able to run a copy of the tool: two hosts, one camera network."""
+        ns, name = self.second_ns, second["interface"]
+        self.add_namespace(ns, STOCK_HOST_SYSCTLS)
+        run("ip", "-n", ns, "link", "set", "lo", "up")
+        run("ip", "link", "add", name, "netns", ns, "address", second["mac"], "type", "veth",
+            "peer", "name", "r0", "netns", segment_ns)
+        run("ip", "-n", segment_ns, "link", "set", "r0", "master", BRIDGE, "up")
+        run("ip", "-n", ns, "link", "set", name, "up")
+        for address in second["addresses"]:
+            run("ip", "-n", ns, "addr", "add", address, "brd", "+", "dev", name)
+        if "gateway" in second:
+            run("ip", "-n", ns, "route", "append", "default", "via", second["gateway"], "dev", name)
+        say(f"second host {ns}: {name} {', '.join(second['addresses']) or 'no address'}")
+
     def start_helper(self, ns, argv, wait_ready=True):
         helper = subprocess.Popen(["ip", "netns", "exec", ns] + argv, stdout=subprocess.PIPE,
                                   stderr=subprocess.DEVNULL, text=True, start_new_session=True)
@@ -226,12 +257,16 @@ class Lab:
     def start_simulator(self, name, segment):
         config = os.path.join(self.workdir, f"{name}.json")
         segment["record"] = os.path.join(self.workdir, f"{name}.jsonl")
+        control = os.path.join(self.workdir, f"{name}.ctl")
+        os.mkfifo(control)
+        hosts = {i["mac"]: i["name"] for i in segment["interfaces"]}
+        if "second_host" in segment:
+            hosts[segment["second_host"]["mac"]] = "second:" + segment["second_host"]["interface"]
         with open(config, "w", encoding="utf-8") as f:
-            json.dump({"cameras": segment["cameras"], "generate": segment["generate"],
-                       "hosts": {i["mac"]: i["name"] for i in segment["interfaces"]}}, f)
+            json.dump({"cameras": segment["cameras"], "generate": segment["generate"], "hosts": hosts}, f)
         sim = subprocess.Popen(
             ["ip", "netns", "exec", segment["ns"], PYTHON, SIMULATOR, "--iface", BRIDGE,
-             "--config", config, "--record", segment["record"], "--segment", name,
+             "--config", config, "--record", segment["record"], "--segment", name, "--control", control,
              "--window-ms", self.windows[0], "--control-window-ms", self.windows[1]],
             stdout=subprocess.PIPE, text=True, start_new_session=True)
         self.simulators.append(sim)
@@ -245,6 +280,8 @@ class Lab:
         env = dict(os.environ, GVLAB_HOST_NS=self.host_ns, GVLAB_RECORD_DIR=self.workdir,
                    GVLAB_SEGMENT_NS=",".join(f"{n}={s['ns']}" for n, s in self.segments.items()),
                    GVLAB_SIMULATORS=" ".join(str(sim.pid) for sim in self.simulators))
+        if self.second_ns in self.namespaces:
+            env["GVLAB_SECOND_HOST_NS"] = self.second_ns
         if self.scenario.get("no_net_raw"):
             say("command runs without the raw-network right")
             argv = NO_NET_RAW + argv

@@ -152,13 +152,18 @@ def check(case, result, record, sent=None, as_json=False):
     return problems, dots
 
 
-def main(argv):
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+def tool_and_case(argv, description):
+    """The --tool PATH CASE.json arguments of a case runner, and the case read."""
+    parser = argparse.ArgumentParser(description=description)
     parser.add_argument("--tool", required=True)
     parser.add_argument("case")
     args = parser.parse_args(argv)
     with open(args.case, encoding="utf-8") as f:
-        case = json.load(f)
+        return args, json.load(f)
+
+
+def main(argv):
+    args, case = tool_and_case(argv, __doc__.splitlines()[0])
     tool_args = case.get("args", [])
     runs = []
     if "stdout" in case:

@@ -25,6 +25,8 @@ ETH0, CAM1 = "192.168.10.5", "172.16.0.5"
 IN, OUT, REFUSE = "00-0F-31-10-00-01", "00-0F-31-10-00-02", "00-0F-31-10-00-03"
 IN2, ZERO = "00-0F-31-20-00-01", "00-0F-31-20-00-02"
 NEW_IP = "192.168.10.11"
+LATE, LATE_IP = "00-0F-31-10-00-04", "192.168.10.22"
+SECOND = "192.168.77.5"
 
 
 # --- client half: a throwaway GVCP host, written apart from the simulator ----
@@ -67,9 +69,9 @@ def mac_raw(text):
     return bytes.fromhex(text.replace("-", ""))
 
 
-def discover(ip, req_id):
+def discover(ip, req_id, to="255.255.255.255"):
     host = Host(ip, 59001)
-    host.send(command(0x0002, req_id, flags=0x11))
+    host.send(command(0x0002, req_id, flags=0x11), to)
     acks = {}
     for data, _, how in host.collect(0.3):
         status, ack, length, ack_id = struct.unpack_from("!HHHH", data)
@@ -159,6 +161,37 @@ def check_arp():
     raw.close()
 
 
+def check_second_host():
+    """A second host on eth0's link, in a subnet of its own, hears the same cameras."""
+    out = subprocess.run(["ip", "netns", "exec", os.environ["GVLAB_SECOND_HOST_NS"], PYTHON, __file__, "--second"],
+                         capture_output=True, text=True, timeout=10).stdout
+    assert out.split() == [IN, OUT, REFUSE], out
+
+
+def check_plug():
+    """A camera plugged in announces its address (RFC 5227) and answers; unplugged it is silent."""
+    control = os.path.join(os.environ["GVLAB_RECORD_DIR"], "eth0.ctl")
+    raw = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(0x0806))
+    raw.bind(("eth0", 0))
+    assert LATE not in discover(ETH0, 0x1240)
+    for line in (f"plug {LATE}", f"unplug {LATE}"):
+        with open(control, "w", encoding="ascii") as f:
+            f.write(line + "\n")
+        time.sleep(0.1)
+        if line.startswith("plug"):
+            announced = []
+            while select.select([raw], [], [], 0.5)[0]:
+                frame = raw.recv(100)
+                if frame[22:28] == mac_raw(LATE):
+                    announced.append((frame[:6], frame[20:22], frame[28:32], frame[32:38], frame[38:42]))
+            address = socket.inet_aton(LATE_IP)
+            assert announced[:1] == [(b"\xff" * 6, b"\x00\x01", address, bytes(6), address)], announced
+            assert discover(ETH0, 0x1241)[LATE] == (LATE_IP, "SIM-LATE", "unicast")
+        else:
+            assert LATE not in discover(ETH0, 0x1242)
+    raw.close()
+
+
 def check_host():
     """Stock settings, strict filtering only where the scenario asks (SIM-OUT passes by the gateway)."""
     def conf(name, key):
@@ -182,7 +215,8 @@ def inside():
     while "Capturing on" not in tshark.stderr.readline():
         pass
     try:
-        for check in (check_host, check_aravis, check_arp, check_discovery_rules, check_registers, check_force_ip):
+        for check in (check_host, check_aravis, check_second_host, check_arp, check_discovery_rules, check_registers,
+                      check_force_ip, check_plug):
             check()
             print("ok", check.__name__, flush=True)
     finally:
@@ -256,6 +290,9 @@ def check_record(path):
             for e in force] == [(OUT, NEW_IP, 5, 0), (REFUSE, NEW_IP, 5, 0x8002)]
     restart, = [e for e in entries if e["cmd"] == "forceip"]
     assert (restart["camera"], restart["fields"]["ip"], restart["iface"]) == (OUT, "0.0.0.0", "eth0")
+    assert {e["iface"] for e in entries if e["cmd"] == "discovery"} >= {"eth0", "second:eth0"}
+    assert [(e["cmd"], e["camera"]) for e in entries if e["cmd"] in ("plug", "unplug")] == [
+        ("plug", LATE), ("unplug", LATE)]
 
 
 def check_tshark(capture):
@@ -280,6 +317,8 @@ def main():
                  f"tshark); missing: {missing or 'root'}")
     if sys.argv[1:2] == ["--inside"]:
         return inside()
+    if sys.argv[1:2] == ["--second"]:
+        return print(" ".join(sorted(discover(SECOND, 0x3456, "192.168.77.255"))))
     tests = [test_lifecycle, test_exchanges]
     for test in tests:
         test()

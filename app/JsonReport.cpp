@@ -1,6 +1,7 @@
 #include "app/JsonReport.h"
 
 #include "app/Driver.h"
+#include "app/Options.h"
 #include "common/ErrorCodes.h"
 #include "common/Helper.h"
 #include "common/ipcalc.h"
@@ -238,7 +239,7 @@ void PrintJsonReport(const char* result, bool withInterfaces,
                      const std::vector<GenICam::Client::INTERFACE_VERDICT>& verdicts)
 {
     const Json report = {
-        {"version", AIC_VERSION},
+        {"version", kReportVersion},
         {"result", result},
         {"dry_run", CIPConfigAllDevices::IsDryRun()},
         {"interfaces", withInterfaces ? InterfacesJson() : Json::array()},

@@ -49,7 +49,7 @@ int Run(RUN_OPTIONS& options)
     CIPConfigAllDevices::SetStandard(options.bStandard);
     CIPConfigAllDevices::SetCheckConflicts(options.bCheckConflicts);
     if (!options.bJson) {
-        printf("Tool version is " AIC_VERSION "\nAuto IP Configure Started!\n");
+        printf("%s", BannerText().c_str());
     }
     std::vector<GenICam::Client::INTERFACE_VERDICT> verdicts;
     if (options.bVerbose || options.bJson) {

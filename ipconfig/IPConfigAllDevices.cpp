@@ -2,8 +2,8 @@
 
 #include "common/Diagnostics.h"
 #include "common/ErrorCodes.h"
-#include "common/Helper.h"
 #include "common/Exception.h"
+#include "common/Helper.h"
 #include "common/ipcalc.h"
 #include "device/Device.h"
 #include "device/Interface.h"
@@ -26,7 +26,8 @@ namespace {
 const unsigned int kLinkLocalFirst = 0xA9FE0000;
 const unsigned int kLinkLocalLast = 0xA9FEFFFF;
 
-// Stands in for the device's own typed force-IP result: read from its status and error text.
+// Until the device hands out its typed result (CDevice::GetForceIPOutcome), it is read from its status
+// and error text here, and only here.
 FORCEIP_OUTCOME ForceIPOutcomeOf(const CDevice& device, bool sent, bool standard, bool persistent,
                                  const std::string& error)
 {
@@ -73,6 +74,8 @@ CIPConfigAllDevices::CIPConfigAllDevices(CInterface* itf, CConfigPass* pass)
 {
 }
 
+CIPConfigAllDevices::~CIPConfigAllDevices() = default;
+
 bool CIPConfigAllDevices::ReadSubnet(unsigned int* ip, unsigned int* mask) const
 {
     try {
@@ -93,7 +96,6 @@ bool CIPConfigAllDevices::SendPlanned()
     return ok;
 }
 
-CIPConfigAllDevices::~CIPConfigAllDevices() = default;
 
 void CIPConfigAllDevices::MarkDev()
 {

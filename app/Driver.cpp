@@ -1,6 +1,5 @@
 #include "app/Driver.h"
 
-#include "app/Options.h"
 #include "app/UpdateDevThread.h"
 #include "app/cconfigalldevicesthread.h"
 #include "common/Diagnostics.h"
@@ -9,6 +8,7 @@
 #include "device/DeviceManager.h"
 #include "device/Interface.h"
 #include "device/TL.h"
+#include "ipconfig/ConfigPass.h"
 #include "ipconfig/IPConfigAllDevices.h"
 
 #include <cstdio>
@@ -40,18 +40,19 @@ void PrintSummary(const std::vector<std::string>& names, const char* ending)
 }
 
 // A dry run shows the plan where the run would show whether the camera is reachable.
-std::string CameraEnding(const CDevice* device)
+std::string CameraEnding(const CDevice* device, const CConfigPass& pass)
 {
-    const IP_ASSIGNMENT* assignment = FindAssignment(device);
-    if (assignment != nullptr && CIPConfigAllDevices::IsDryRun()) {
-        return " would get " + DottedText(assignment->nNewIP);
+    const CAMERA_OUTCOME* outcome = pass.FindOutcome(device->GetDevID());
+    const bool assigned = outcome != nullptr && outcome->nNewIP != 0;
+    if (assigned && pass.GetOptions().bDryRun) {
+        return " would get " + DottedText(outcome->nNewIP);
     }
     if (!device->IsSameSubnetWithIF()) {
         return " not available!";
     }
     // Only a standard FORCEIP whose address the device did not store is lost when it restarts.
-    const bool untilRestart = CIPConfigAllDevices::IsStandard() && assignment != nullptr &&
-                              device->GetIntIP() == assignment->nNewIP && !assignment->bPersistent;
+    const bool untilRestart = pass.GetOptions().bStandard && assigned && device->GetIntIP() == outcome->nNewIP &&
+                              !outcome->IsPersistent();
     return untilRestart ? " available! (until restart)" : " available!";
 }
 
@@ -88,7 +89,7 @@ bool UpdateDeviceList()
     return ok;
 }
 
-void ConfigAllDevices()
+void ConfigAllDevices(CConfigPass& pass)
 {
     CIPConfigAllDevices::Clear();
     CDeviceManager* manager = CDeviceManager::GetInstanse();
@@ -100,35 +101,40 @@ void ConfigAllDevices()
     if (devices.empty()) {
         return;
     }
-    CConfigAllDevicesThread config;
+    CConfigAllDevicesThread config(&pass);
     config.ConfigAllDevicesThread();
 }
 
 // The IDs are taken before the first pass: they name the devices that must answer again.
-void* OnThreadReUpdateDeviceList(void* options)
+void* OnThreadReUpdateDeviceList(void* context)
 {
+    const CONFIRM_CONTEXT* confirm = static_cast<const CONFIRM_CONTEXT*>(context);
     CDeviceManager* manager = CDeviceManager::GetInstanse();
     std::vector<CDevice*> devices;
     manager->GetAllDevice(&devices);
     std::vector<std::string> ids;
     std::vector<std::string> labels;
+    std::vector<unsigned int> sent;
     for (CDevice* device : devices) {
         ids.push_back(device->GetDevID());
         if (GenICam::Client::Helper::IsDiagnostics()) {
             labels.push_back(device->GetIF()->GetInterfaceDescription() + ": camera " + device->GetStrMac());
+            const CAMERA_OUTCOME* outcome =
+                confirm == nullptr || confirm->pPass == nullptr ? nullptr : confirm->pPass->FindOutcome(ids.back());
+            sent.push_back(outcome == nullptr ? 0 : outcome->nNewIP);
         }
     }
     CUpdateDevThread* update = new (std::nothrow) CUpdateDevThread(manager, UPDATE_DEV_UNTIL_FOUND, ids);
     if (update != nullptr) {
-        update->SetDevLabels(labels);
-        update->ShowProgress(options == nullptr || !static_cast<const RUN_OPTIONS*>(options)->bJson);
+        update->SetDevLabels(labels, sent);
+        update->ShowProgress(confirm == nullptr || confirm->bShowProgress);
         update->run();
         delete update;
     }
     return nullptr;
 }
 
-void PrintInterfaceInfo()
+void PrintInterfaceInfo(const CConfigPass& pass)
 {
     CDeviceManager* manager = CDeviceManager::GetInstanse();
     CTL* tl = manager == nullptr ? nullptr : manager->GetTLObject();
@@ -153,14 +159,14 @@ void PrintInterfaceInfo()
             linkLocal.push_back(itf->GetInterfaceDescription());
         }
         printf("GigeE Interface:%s%s", itf->GetDisplayName().c_str(), ending);
-        PrintDeviceInfo(itf);
+        PrintDeviceInfo(itf, pass);
     }
     PrintSummary(noAddress, " is invalid IP, please modify the IP manually!\n");
     PrintSummary(linkLocal,
                  " is invalid IP, the tool does not support configuring device IP between 169.254.0.0~169.254.255.255!\n");
 }
 
-void PrintDeviceInfo(CInterface* itf)
+void PrintDeviceInfo(CInterface* itf, const CConfigPass& pass)
 {
     if (itf == nullptr || CDeviceManager::GetInstanse() == nullptr) {
         return;
@@ -168,7 +174,7 @@ void PrintDeviceInfo(CInterface* itf)
     const std::vector<CDevice*> devices = *itf->GetDeviceList();
     for (CDevice* device : devices) {
         printf("    Camera:%s(%s[%s][%s])%s\n", device->GetModelName().c_str(), device->GetStrIP().c_str(),
-               device->GetStrMac().c_str(), device->GetSN().c_str(), CameraEnding(device).c_str());
+               device->GetStrMac().c_str(), device->GetSN().c_str(), CameraEnding(device, pass).c_str());
     }
 }
 
@@ -180,12 +186,9 @@ void SelectInterfaces(const std::vector<std::string>& names)
     }
 }
 
-const IP_ASSIGNMENT* FindAssignment(const CDevice* device)
+SEEN_MODEL SeeDeviceModel()
 {
-    return FindAssignment(device->GetDevID());
-}
-
-const IP_ASSIGNMENT* FindAssignment(const std::string& id)
-{
-    return FindRecord(CIPConfigAllDevices::GetAssignments(), id);
+    CDeviceManager* manager = CDeviceManager::GetInstanse();
+    CTL* tl = manager == nullptr ? nullptr : manager->GetTLObject();
+    return SeeInterfaces(tl == nullptr ? std::vector<CInterface*>() : *tl->GetCurInterfaceList());
 }

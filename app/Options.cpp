@@ -61,7 +61,7 @@ const INTERFACE_VERDICT* FindVerdict(const std::vector<INTERFACE_VERDICT>& verdi
 bool ParseOptions(int argc, char* argv[], RUN_OPTIONS* options, std::string* problem)
 {
     opterr = 0;  // the messages are ours, without the program's path
-    optind = 1;
+    optind = 0;  // 0, not 1: glibc then also forgets a half-read group such as -nsc
     int code = 0;
     // The leading ':' tells a missing value apart from an unknown option.
     while ((code = getopt_long(argc, argv, ":ni:hVscv", kLongOptions, nullptr)) != -1) {
@@ -139,7 +139,17 @@ void PrintHelp()
            "  -v, --verbose          say on standard error what the run sees and decides, and why\n");
 }
 
+std::string BannerText()
+{
+    return std::string("Tool version is ") + kReportVersion + "\nAuto IP Configure Started!\n";
+}
+
+std::string VersionText()
+{
+    return "autoipconfig " AIC_VERSION "\n";
+}
+
 void PrintVersion()
 {
-    printf("autoipconfig " AIC_VERSION "\n");
+    printf("%s", VersionText().c_str());
 }

@@ -22,5 +22,14 @@ bool ParseOptions(int argc, char* argv[], RUN_OPTIONS* options, std::string* pro
 // it); empty when the run uses every name.
 std::string FindInterfaceProblem(const std::vector<std::string>& names);
 
+// The report's own version, a fixed text of the banner and the JSON report: a release that bumps the
+// package does not change what the report says.
+const char kReportVersion[] = "1.0.1906.9272";
+
+// The plain run's first two lines.
+std::string BannerText();
+// What --version prints: the package's version.
+std::string VersionText();
+
 void PrintHelp();
 void PrintVersion();

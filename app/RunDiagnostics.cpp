@@ -3,6 +3,7 @@
 #include "common/Diagnostics.h"
 #include "common/ipcalc.h"
 #include "gvcp/LinkTap.h"
+#include "ipconfig/ConfigPass.h"
 #include "ipconfig/IPConfigAllDevices.h"
 
 #include <string>
@@ -49,6 +50,20 @@ void DiagInterfaces(const std::vector<INTERFACE_VERDICT>& verdicts)
         } else {
             Diag("%s: not used (%s): %s", name.c_str(), DottedText(verdict.stEntry.nIP).c_str(),
                  verdict.strReason.c_str());
+        }
+    }
+}
+
+void DiagOutcomes(const CConfigPass& pass)
+{
+    if (!GenICam::Client::Helper::IsDiagnostics()) {
+        return;
+    }
+    for (const INTERFACE_REPORT& itf : pass.GetReport()) {
+        for (const CAMERA_REPORT& camera : itf.vecCamera) {
+            const std::string reason = ReasonText(camera.stOutcome);
+            Diag("%s: camera %s: outcome %s%s%s", itf.stInterface.strName.c_str(), camera.stCamera.strMAC.c_str(),
+                 ActionText(camera.stOutcome.nAction), reason.empty() ? "" : ": ", reason.c_str());
         }
     }
 }

@@ -1,28 +1,24 @@
 #include "app/UpdateDevThread.h"
 
-#include "app/Driver.h"
-
 #include "common/Diagnostics.h"
-#include "common/StopWatch.h"
+#include "common/StopToken.h"
 #include "common/ipcalc.h"
 #include "device/Device.h"
 #include "device/DeviceManager.h"
 #include "device/Interface.h"
 #include "device/TL.h"
-#include "ipconfig/IPConfigAllDevices.h"
 
 #include <cstdio>
-#include <unistd.h>
 
 using GenICam::Client::CDevice;
 using GenICam::Client::CDeviceManager;
-using GenICam::Client::CStopWatch;
+using GenICam::Client::MonotonicMs;
 
 namespace {
 
 const unsigned long kDiscoveryTimeoutMs = 3000;
-const double kGiveUpAfterMs = 25000.0;
-const useconds_t kPauseBetweenPassesUs = 500000;
+const uint64_t kGiveUpAfterMs = 25000;
+const uint64_t kPauseBetweenPassesMs = 500;
 
 } // namespace
 
@@ -63,9 +59,10 @@ void CUpdateDevThread::ShowProgress(bool show)
     m_bShowProgress = show;
 }
 
-void CUpdateDevThread::SetDevLabels(const std::vector<std::string>& labels)
+void CUpdateDevThread::SetDevLabels(const std::vector<std::string>& labels, const std::vector<unsigned int>& sentIPs)
 {
     m_vecDevLabel = labels;
+    m_vecSentIP = sentIPs;
 }
 
 void CUpdateDevThread::__SetUpdateDevStatus(bool success)
@@ -85,12 +82,11 @@ void CUpdateDevThread::__RunOnce()
     }
 }
 
-// One dot per pass; gives up after the first pass that ends more than 25 s after the start.
+// One dot per pass; gives up after the first pass that ends more than 25 s after the start, measured on
+// the monotonic clock so a stepped wall clock neither cuts nor stretches it; a stop request ends it at once.
 void CUpdateDevThread::__RunUntilFound()
 {
-    double totalMs = 0.0;
-    CStopWatch watch;
-    watch.Start();
+    const uint64_t startMs = MonotonicMs();
     m_nRunning = 1;
     int pass = 0;
     while (m_nRunning != 0) {
@@ -102,12 +98,14 @@ void CUpdateDevThread::__RunUntilFound()
             __EndLine();
             return;
         }
-        totalMs += watch.Stop(true);
-        if (static_cast<int>(totalMs) > kGiveUpAfterMs) {
+        if (MonotonicMs() - startMs > kGiveUpAfterMs) {
             m_nRunning = 0;
             __EndLine();
         }
-        usleep(kPauseBetweenPassesUs);
+        if (!GenICam::Client::SleepUntil(MonotonicMs() + kPauseBetweenPassesMs) && m_nRunning != 0) {
+            m_nRunning = 0;
+            __EndLine();
+        }
     }
 }
 
@@ -123,17 +121,18 @@ void CUpdateDevThread::__Enumerate()
 // Moved cameras: back, and at which address; any camera: still missing.
 void CUpdateDevThread::__DiagPass(int pass)
 {
-    if (!GenICam::Client::Helper::IsDiagnostics() || m_vecDevLabel.size() != m_vecDevID.size()) {
+    if (!GenICam::Client::Helper::IsDiagnostics() || m_vecDevLabel.size() != m_vecDevID.size() ||
+        m_vecSentIP.size() != m_vecDevID.size()) {
         return;
     }
     size_t back = 0;
     for (size_t i = 0; i < m_vecDevID.size(); ++i) {
-        const IP_ASSIGNMENT* sent = FindAssignment(m_vecDevID[i]);
         CDevice* device = nullptr;
         const bool found = m_pDeviceManager->GetDevObjByID(m_vecDevID[i], &device);
         back += found ? 1 : 0;
-        const std::string target = sent == nullptr ? std::string("not moved") : "sent " + DottedText(sent->nNewIP);
-        if (found && sent != nullptr) {
+        const unsigned int sent = m_vecSentIP[i];
+        const std::string target = sent == 0 ? std::string("not moved") : "sent " + DottedText(sent);
+        if (found && sent != 0) {
             GenICam::Client::Helper::Diag("%s: answered at %s (%s)", m_vecDevLabel[i].c_str(),
                                           device->GetStrIP().c_str(), target.c_str());
         } else if (!found) {

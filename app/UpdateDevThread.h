@@ -28,9 +28,9 @@ public:
     bool IsUpdateSuccessful();
     // The dots and the line end of the repeated mode; on unless turned off.
     void ShowProgress(bool show);
-    // "eth0: camera 00-0F-31-AA-00-02" for each device ID, in the same order: names the confirmation's
-    // diagnostics, also for a camera that is gone.
-    void SetDevLabels(const std::vector<std::string>& labels);
+    // "eth0: camera 00-0F-31-AA-00-02" and the address it was sent (0: not moved) for each device ID, in
+    // the same order: names the confirmation's diagnostics, also for a camera that is gone.
+    void SetDevLabels(const std::vector<std::string>& labels, const std::vector<unsigned int>& sentIPs);
 
 private:
     void __SetUpdateDevStatus(bool success);
@@ -49,4 +49,5 @@ private:
     std::vector<std::string> m_vecDevID;
     bool m_bShowProgress;
     std::vector<std::string> m_vecDevLabel;
+    std::vector<unsigned int> m_vecSentIP;
 };

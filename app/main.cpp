@@ -4,7 +4,7 @@
 #include "app/RunDiagnostics.h"
 #include "common/Diagnostics.h"
 #include "gvcp/LinkTap.h"
-#include "ipconfig/IPConfigAllDevices.h"
+#include "ipconfig/ConfigPass.h"
 
 #include <cstdio>
 #include <pthread.h>
@@ -31,10 +31,11 @@ int UsageError(const std::string& problem)
 }
 
 // Waits on its own thread for the moved cameras to answer again; false if it cannot start.
-bool Confirm(RUN_OPTIONS* options)
+bool Confirm(const CConfigPass& pass, bool showProgress)
 {
+    CONFIRM_CONTEXT context{&pass, showProgress};
     pthread_t reupdate;
-    if (pthread_create(&reupdate, nullptr, OnThreadReUpdateDeviceList, options) != 0) {
+    if (pthread_create(&reupdate, nullptr, OnThreadReUpdateDeviceList, &context) != 0) {
         return false;
     }
     pthread_join(reupdate, nullptr);
@@ -46,11 +47,14 @@ bool Confirm(RUN_OPTIONS* options)
 int Run(RUN_OPTIONS& options)
 {
     const RUN_RESULT* result = &kFinished;
-    CIPConfigAllDevices::SetDryRun(options.bDryRun);
-    CIPConfigAllDevices::SetStandard(options.bStandard);
-    CIPConfigAllDevices::SetCheckConflicts(options.bCheckConflicts);
+    PASS_OPTIONS passOptions;
+    passOptions.bDryRun = options.bDryRun;
+    passOptions.bStandard = options.bStandard;
+    passOptions.bCheckConflicts = options.bCheckConflicts;
+    passOptions.vecInterface = options.vecInterface;
+    CConfigPass pass(passOptions);
     if (!options.bJson) {
-        printf("Tool version is " AIC_VERSION "\nAuto IP Configure Started!\n");
+        printf("%s", BannerText().c_str());
     }
     std::vector<GenICam::Client::INTERFACE_VERDICT> verdicts;
     if (options.bVerbose || options.bJson) {
@@ -65,19 +69,21 @@ int Run(RUN_OPTIONS& options)
         if (!UpdateDeviceList()) {
             result = &kEnumFailed;
         } else {
-            if (options.bJson) {
-                RememberFirstCameras();
-            }
-            ConfigAllDevices();
-            if (!options.bDryRun && !Confirm(&options)) {
+            pass.RecordSeen(SeeDeviceModel());
+            ConfigAllDevices(pass);
+            if (!options.bDryRun && !Confirm(pass, !options.bJson)) {
                 result = &kUnexpected;
-            } else if (!options.bJson) {
-                PrintInterfaceInfo();
+            } else {
+                pass.Settle(SeeDeviceModel());
+                DiagOutcomes(pass);
+                if (!options.bJson) {
+                    PrintInterfaceInfo(pass);
+                }
             }
         }
     }
     if (options.bJson) {
-        PrintJsonReport(result->szJson, result == &kFinished, verdicts);
+        PrintJsonReport(result->szJson, result == &kFinished, verdicts, pass);
     }
     UnInitDeviceModule();
     // Printed after the report on purpose: it is the last line of output.

@@ -512,11 +512,6 @@ void CDevice::__SendForceIPCmd() const
     SendWhole(*endpoint, &command, sizeof(command));
 }
 
-uint16_t CDevice::GetForceIPExStatus() const
-{
-    return m_stForceIP.stMove.nStatus;
-}
-
 const FORCEIP_OUTCOME& CDevice::GetForceIPOutcome() const
 {
     return m_stForceIP;

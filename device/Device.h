@@ -50,8 +50,6 @@ public:
     // the persistent-IP registers under control privilege. `persistent` says whether they took it.
     bool SetStandardForceIP(unsigned int ip, unsigned int mask, unsigned int gateway, bool& persistent,
                             std::string& error);
-    // The status of the last force-IP's acknowledge; 0 when none came or it took the address.
-    uint16_t GetForceIPExStatus() const;
     // What the last force-IP saw: the move, and on the standard path the store and the give-back.
     const FORCEIP_OUTCOME& GetForceIPOutcome() const;
     bool SendCustomControlCommand(FORCEIP_EX_CMD_DEF const& command) const;

@@ -1,7 +1,9 @@
 #include "ipconfig/IPConfigAllDevices.h"
 
 #include "common/Diagnostics.h"
+#include "common/ErrorCodes.h"
 #include "common/Exception.h"
+#include "common/Helper.h"
 #include "common/ipcalc.h"
 #include "device/Device.h"
 #include "device/Interface.h"
@@ -9,10 +11,14 @@
 #include <algorithm>
 #include <cstring>
 #include <cstdint>
+#include <exception>
+#include <thread>
 
 using GenICam::Client::CAppException;
 using GenICam::Client::CDevice;
 using GenICam::Client::CInterface;
+using GenICam::Client::FORCEIP_OUTCOME;
+using GenICam::Client::GVCP_RESULT;
 using GenICam::Client::Helper::Diag;
 using GenICam::Client::Helper::IsDiagnostics;
 
@@ -21,39 +27,51 @@ namespace {
 const unsigned int kLinkLocalFirst = 0xA9FE0000;
 const unsigned int kLinkLocalLast = 0xA9FEFFFF;
 
+// Two subnets overlap when each one's network, cut to the shorter mask, is the same.
+bool Overlap(unsigned int ipA, unsigned int maskA, unsigned int ipB, unsigned int maskB)
+{
+    const unsigned int common = maskA & maskB;
+    return (ipA & common) == (ipB & common);
+}
+
 } // namespace
 
 std::vector<unsigned int> CIPConfigAllDevices::ms_vecUsedIP;
 std::vector<std::string> CIPConfigAllDevices::ms_vecConfigDevID;
-std::vector<IP_ASSIGNMENT> CIPConfigAllDevices::ms_vecAssignment;
-std::vector<IP_ASSIGNMENT> CIPConfigAllDevices::ms_vecUnassigned;
-bool CIPConfigAllDevices::ms_bDryRun = false;
-bool CIPConfigAllDevices::ms_bStandard = false;
-bool CIPConfigAllDevices::ms_bCheckConflicts = false;
-std::map<unsigned int, std::string> CIPConfigAllDevices::ms_mapUsedBy;
-
-const IP_ASSIGNMENT* FindRecord(const std::vector<IP_ASSIGNMENT>& records, const std::string& devID)
-{
-    for (const IP_ASSIGNMENT& record : records) {
-        if (record.strDevID == devID) {
-            return &record;
-        }
-    }
-    return nullptr;
-}
 
 bool IsIPValid(unsigned int ip)
 {
     return ip != 0 && (ip < kLinkLocalFirst || ip > kLinkLocalLast);
 }
 
-CIPConfigAllDevices::CIPConfigAllDevices(CInterface* itf)
-    : m_pInterface(itf), m_vecDevice(*itf->GetDeviceList()), m_nNetCardIP(0), m_nNetCardMask(0),
+CIPConfigAllDevices::CIPConfigAllDevices(CInterface* itf, CConfigPass* pass)
+    : m_pInterface(itf), m_pPass(pass), m_vecDevice(*itf->GetDeviceList()), m_nNetCardIP(0), m_nNetCardMask(0),
       m_stIPConfigSetting()
 {
 }
 
 CIPConfigAllDevices::~CIPConfigAllDevices() = default;
+
+bool CIPConfigAllDevices::ReadSubnet(unsigned int* ip, unsigned int* mask) const
+{
+    try {
+        *ip = m_pInterface->GetInterfaceIP();
+        *mask = m_pInterface->GetInterfaceSubnetMask();
+    } catch (CAppException&) {
+        return false;
+    }
+    return true;
+}
+
+bool CIPConfigAllDevices::SendPlanned()
+{
+    const bool ok = ConfigDevIP(m_stIPConfigSetting, m_vecConfigDevice, m_vecPlannedIP);
+    for (CDevice* device : m_vecConfigDevice) {
+        ms_vecConfigDevID.push_back(device->GetDevID());
+    }
+    return ok;
+}
+
 
 void CIPConfigAllDevices::MarkDev()
 {
@@ -83,8 +101,11 @@ bool CIPConfigAllDevices::__NeedsNewIP(CDevice* device)
     if (!Cipcalc().IsInSameSubnet(m_nNetCardIP, ip, m_nNetCardMask) || mask != m_nNetCardMask) {
         return true;
     }
-    const bool taken = __IsRecorded(ip);
-    __RecordUsed(ip, IsDiagnostics() ? "camera " + device->GetStrMac() : std::string());
+    const std::string who = IsDiagnostics() ? "camera " + device->GetStrMac() : std::string();
+    std::unique_lock<std::mutex> lock = m_pPass->LockUsed();
+    const bool taken = std::find(ms_vecUsedIP.begin(), ms_vecUsedIP.end(), ip) != ms_vecUsedIP.end();
+    ms_vecUsedIP.push_back(ip);
+    m_pPass->NoteHolder(ip, who);
     return taken;
 }
 
@@ -141,9 +162,13 @@ std::vector<unsigned int> CIPConfigAllDevices::__NextCandidates(const std::strin
         if (!__IsRecorded(ip)) {
             round.push_back(ip);
         } else if (IsDiagnostics()) {
-            const auto owner = ms_mapUsedBy.find(ip);
+            std::string owner;
+            {
+                std::unique_lock<std::mutex> lock = m_pPass->LockUsed();
+                owner = m_pPass->GetHolder(ip);
+            }
             Diag("%s: candidate %s taken by the list: %s", name.c_str(), DottedText(ip).c_str(),
-                 owner != ms_mapUsedBy.end() && !owner->second.empty() ? owner->second.c_str() : "recorded");
+                 owner.empty() ? "recorded" : owner.c_str());
         }
     }
     return round;
@@ -163,7 +188,7 @@ bool CIPConfigAllDevices::__ReadProbeLink(PROBE_LINK* link)
 
 std::unique_ptr<IAddressProber> CIPConfigAllDevices::_CreateProber(const PROBE_LINK& link)
 {
-    return CreateAddressProber(ms_bCheckConflicts, link);
+    return CreateAddressProber(m_pPass->GetOptions().bCheckConflicts, link);
 }
 
 // From network + 11 to broadcast - 1, the offsets applied to the last byte with its carries.
@@ -189,6 +214,7 @@ bool CIPConfigAllDevices::__IsIPUsed(unsigned int ip)
 
 bool CIPConfigAllDevices::__IsRecorded(unsigned int ip)
 {
+    std::unique_lock<std::mutex> lock = m_pPass->LockUsed();
     return std::find(ms_vecUsedIP.begin(), ms_vecUsedIP.end(), ip) != ms_vecUsedIP.end();
 }
 
@@ -205,57 +231,69 @@ bool CIPConfigAllDevices::ConfigDevIP(const IP_CONFIG_SETTING& setting, std::vec
         if (next == list.size()) {
             return false;
         }
-        const unsigned int ip = list[next++];
-        IP_ASSIGNMENT assignment{device->GetDevID(), device->GetIntIP(), ip, IP_OUTCOME_PLANNED, 0, std::string(),
-                                 false};
-        if (!ms_bDryRun) {
-            const bool sent = __SendAddress(device, ip, setting, assignment);
-            assignment.nOutcome = sent ? IP_OUTCOME_SENT : IP_OUTCOME_FAILED;
-            assignment.nStatus = device->GetForceIPExStatus();
+        CAMERA_OUTCOME outcome;
+        outcome.strDevID = device->GetDevID();
+        outcome.nAction = CAMERA_PLANNED;
+        outcome.nOldIP = device->GetIntIP();
+        outcome.nNewIP = list[next++];
+        if (!m_pPass->GetOptions().bDryRun) {
+            const bool sent = __SendAddress(device, outcome.nNewIP, setting, outcome);
+            outcome.nAction = sent ? CAMERA_SENT : CAMERA_FAILED;
             ok = ok && sent;
         }
-        ms_vecAssignment.push_back(assignment);
+        m_pPass->RecordOutcome(outcome);
     }
     return ok;
 }
 
 bool CIPConfigAllDevices::__SendAddress(CDevice* device, unsigned int ip, const IP_CONFIG_SETTING& setting,
-                                        IP_ASSIGNMENT& assignment)
+                                        CAMERA_OUTCOME& outcome)
 {
-    if (ms_bStandard) {
+    std::string error;
+    bool persistent = false;
+    bool sent = false;
+    if (m_pPass->GetOptions().bStandard) {
         Cipcalc calc;
-        return device->SetStandardForceIP(ip, calc.iptolong(setting.szSubnetMask), calc.iptolong(setting.szGateway),
-                                          assignment.bPersistent, assignment.strError);
+        sent = device->SetStandardForceIP(ip, calc.iptolong(setting.szSubnetMask), calc.iptolong(setting.szGateway),
+                                          persistent, error);
+    } else {
+        sent = device->SetForceIPEx(DottedText(ip).c_str(), setting.szSubnetMask, setting.szGateway, "",
+                                    setting.nForceIPExValue, error);
     }
-    return device->SetForceIPEx(DottedText(ip).c_str(), setting.szSubnetMask, setting.szGateway, "",
-                                setting.nForceIPExValue, assignment.strError);
+    outcome.stForceIP = device->GetForceIPOutcome();
+    return sent;
 }
 
 void CIPConfigAllDevices::RecordIPAssignedToDev(std::vector<unsigned int>& list)
 {
     for (unsigned int ip : list) {
-        __RecordUsed(ip, IsDiagnostics() ? "chosen for a camera of " + m_pInterface->GetInterfaceDescription()
-                                         : std::string());
+        __RecordUsed(ip,
+                     IsDiagnostics() ? "chosen for a camera of " + m_pInterface->GetInterfaceDescription() : std::string(),
+                     *m_pPass);
     }
 }
 
-void CIPConfigAllDevices::__RecordUsed(unsigned int ip, const std::string& who)
+void CIPConfigAllDevices::__RecordUsed(unsigned int ip, const std::string& who, CConfigPass& pass)
 {
+    std::unique_lock<std::mutex> lock = pass.LockUsed();
     ms_vecUsedIP.push_back(ip);
-    ms_mapUsedBy.emplace(ip, who);
+    pass.NoteHolder(ip, who);
 }
 
 void CIPConfigAllDevices::RecordNoAddress(const std::vector<CDevice*>& devices)
 {
     for (CDevice* device : devices) {
         if (device != nullptr) {
-            ms_vecUnassigned.push_back(
-                IP_ASSIGNMENT{device->GetDevID(), device->GetIntIP(), 0, IP_OUTCOME_NO_ADDRESS, 0, std::string(), false});
+            CAMERA_OUTCOME outcome;
+            outcome.strDevID = device->GetDevID();
+            outcome.nAction = CAMERA_NO_ADDRESS;
+            outcome.nOldIP = device->GetIntIP();
+            m_pPass->RecordOutcome(outcome);
         }
     }
 }
 
-void CIPConfigAllDevices::RecordUsedNetCardIP(std::vector<CInterface*> interfaces)
+void CIPConfigAllDevices::RecordUsedNetCardIP(std::vector<CInterface*> interfaces, CConfigPass& pass)
 {
     for (CInterface* itf : interfaces) {
         unsigned int ip = 0;
@@ -265,17 +303,17 @@ void CIPConfigAllDevices::RecordUsedNetCardIP(std::vector<CInterface*> interface
             continue;
         }
         if (IsIPValid(ip)) {
-            __RecordUsed(ip, IsDiagnostics() ? "interface " + itf->GetInterfaceDescription() : std::string());
+            __RecordUsed(ip, IsDiagnostics() ? "interface " + itf->GetInterfaceDescription() : std::string(), pass);
         }
     }
 }
 
-void CIPConfigAllDevices::RecordUsedDeviceIP(std::vector<CDevice*> devices)
+void CIPConfigAllDevices::RecordUsedDeviceIP(std::vector<CDevice*> devices, CConfigPass& pass)
 {
     for (CDevice* device : devices) {
         const unsigned int ip = device->GetIntIP();
         if (IsIPValid(ip)) {
-            __RecordUsed(ip, IsDiagnostics() ? "camera " + device->GetStrMac() : std::string());
+            __RecordUsed(ip, IsDiagnostics() ? "camera " + device->GetStrMac() : std::string(), pass);
         }
     }
 }
@@ -283,45 +321,7 @@ void CIPConfigAllDevices::RecordUsedDeviceIP(std::vector<CDevice*> devices)
 void CIPConfigAllDevices::Clear()
 {
     ms_vecUsedIP.clear();
-    ms_mapUsedBy.clear();
     ms_vecConfigDevID.clear();
-    ms_vecAssignment.clear();
-    ms_vecUnassigned.clear();
-}
-
-void CIPConfigAllDevices::SetDryRun(bool dryRun)
-{
-    ms_bDryRun = dryRun;
-}
-
-void CIPConfigAllDevices::SetCheckConflicts(bool checkConflicts)
-{
-    ms_bCheckConflicts = checkConflicts;
-}
-
-bool CIPConfigAllDevices::IsDryRun()
-{
-    return ms_bDryRun;
-}
-
-const std::vector<IP_ASSIGNMENT>& CIPConfigAllDevices::GetAssignments()
-{
-    return ms_vecAssignment;
-}
-
-const std::vector<IP_ASSIGNMENT>& CIPConfigAllDevices::GetUnassigned()
-{
-    return ms_vecUnassigned;
-}
-
-void CIPConfigAllDevices::SetStandard(bool standard)
-{
-    ms_bStandard = standard;
-}
-
-bool CIPConfigAllDevices::IsStandard()
-{
-    return ms_bStandard;
 }
 
 bool CIPConfigAllDevices::__GetAvailableNetCardIP(unsigned int ip, unsigned int mask, unsigned int* out)
@@ -332,9 +332,59 @@ bool CIPConfigAllDevices::__GetAvailableNetCardIP(unsigned int ip, unsigned int 
     for (uint64_t candidate = first; candidate <= last; ++candidate) {
         if (!__IsIPUsed(static_cast<unsigned int>(candidate))) {
             *out = static_cast<unsigned int>(candidate);
-            __RecordUsed(*out, std::string());
+            __RecordUsed(*out, std::string(), *m_pPass);
             return true;
         }
     }
     return false;
+}
+
+// Subnets that overlap share candidates, so their searches keep their order in one chain.
+std::vector<bool> PlanBySubnet(const std::vector<CIPConfigAllDevices*>& configurators)
+{
+    struct LINK {
+        unsigned int nIP = 0;
+        unsigned int nMask = 0;
+        bool bRead = false;
+    };
+    std::vector<LINK> links(configurators.size());
+    std::vector<std::vector<size_t>> chains;
+    for (size_t i = 0; i < configurators.size(); ++i) {
+        links[i].bRead = configurators[i]->ReadSubnet(&links[i].nIP, &links[i].nMask);
+        auto joins = [&](const std::vector<size_t>& chain) {
+            return links[i].bRead && std::any_of(chain.begin(), chain.end(), [&](size_t j) {
+                       return links[j].bRead && Overlap(links[i].nIP, links[i].nMask, links[j].nIP, links[j].nMask);
+                   });
+        };
+        auto chain = std::find_if(chains.begin(), chains.end(), joins);
+        if (chain == chains.end()) {
+            chains.push_back({i});
+        } else {
+            chain->push_back(i);
+        }
+    }
+    // vector<bool> packs its bits: one char per result keeps the threads' writes apart.
+    std::vector<char> planned(configurators.size(), 0);
+    std::vector<std::exception_ptr> errors(chains.size());
+    std::vector<std::thread> threads;
+    for (size_t c = 0; c < chains.size(); ++c) {
+        threads.emplace_back([&, c] {
+            try {
+                for (size_t i : chains[c]) {
+                    planned[i] = configurators[i]->PlanAddresses() ? 1 : 0;
+                }
+            } catch (...) {
+                errors[c] = std::current_exception();
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    for (const std::exception_ptr& error : errors) {
+        if (error) {
+            std::rethrow_exception(error);
+        }
+    }
+    return std::vector<bool>(planned.begin(), planned.end());
 }

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "ipconfig/AddressProber.h"
+#include "ipconfig/ConfigPass.h"
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -28,40 +28,23 @@ struct IP_CONFIG_SETTING {
     unsigned int nForceIPExValue;
 };
 
-// What became of a device the planner selected.
-enum IP_OUTCOME {
-    IP_OUTCOME_PLANNED = 0,    // dry run: nothing sent
-    IP_OUTCOME_SENT = 1,       // the force-IP was acknowledged
-    IP_OUTCOME_FAILED = 2,     // the force-IP failed: see nStatus and strError
-    IP_OUTCOME_NO_ADDRESS = 3, // too few free addresses for its interface: nothing sent
-};
-
-// One address the planner gave a device (or, in a dry run, would have given it), and what came of it.
-struct IP_ASSIGNMENT {
-    std::string strDevID;
-    unsigned int nOldIP;
-    unsigned int nNewIP;  // 0 when the device got none
-    IP_OUTCOME nOutcome;
-    uint16_t nStatus;      // the device's refusing GVCP status; 0 when it sent none
-    std::string strError;  // the force-IP's error text
-    bool bPersistent;      // the standard path stored the address in the device
-};
-
-// The record of the device with this ID in `records`; null when there is none.
-const IP_ASSIGNMENT* FindRecord(const std::vector<IP_ASSIGNMENT>& records, const std::string& devID);
-
 // False for 0 and for the link-local block 169.254.0.0/16.
 bool IsIPValid(unsigned int ip);
 
-// Configurator of one interface. The lists of taken addresses span all interfaces of one run.
+// Configurator of one interface. The lists of taken addresses span all interfaces of one pass.
 class CIPConfigAllDevices {
 public:
-    explicit CIPConfigAllDevices(GenICam::Client::CInterface* itf);
+    CIPConfigAllDevices(GenICam::Client::CInterface* itf, CConfigPass* pass);
     virtual ~CIPConfigAllDevices();
     CIPConfigAllDevices(const CIPConfigAllDevices&) = delete;
     CIPConfigAllDevices& operator=(const CIPConfigAllDevices&) = delete;
 
+    // The whole job for one interface: PlanAddresses(), then SendPlanned().
     virtual bool ConfigAllDevices() = 0;
+    // Reads the interface, selects the devices and finds their addresses; sends nothing.
+    virtual bool PlanAddresses() = 0;
+    // Sends (or, in a dry run, records) the addresses PlanAddresses() found.
+    bool SendPlanned();
 
     void MarkDev();
     size_t GetConfigNum();
@@ -70,23 +53,12 @@ public:
                      std::vector<unsigned int>& list);
     void RecordIPAssignedToDev(std::vector<unsigned int>& list);
     void RecordNoAddress(const std::vector<GenICam::Client::CDevice*>& devices);
+    // The interface's address and mask as it holds them now; false when they cannot be read.
+    bool ReadSubnet(unsigned int* ip, unsigned int* mask) const;
 
-    static void RecordUsedNetCardIP(std::vector<GenICam::Client::CInterface*> interfaces);
-    static void RecordUsedDeviceIP(std::vector<GenICam::Client::CDevice*> devices);
+    static void RecordUsedNetCardIP(std::vector<GenICam::Client::CInterface*> interfaces, CConfigPass& pass);
+    static void RecordUsedDeviceIP(std::vector<GenICam::Client::CDevice*> devices, CConfigPass& pass);
     static void Clear();
-
-    // A dry run plans and records every assignment but sends nothing.
-    static void SetDryRun(bool dryRun);
-    static bool IsDryRun();
-    static const std::vector<IP_ASSIGNMENT>& GetAssignments();
-    // Devices selected on an interface without enough free addresses, so given none.
-    static const std::vector<IP_ASSIGNMENT>& GetUnassigned();
-
-    // Standard GigE Vision commands only, in place of the vendor's 0x9000.
-    static void SetStandard(bool standard);
-    static bool IsStandard();
-    // Conflict probes (every candidate at once) in place of the plain one-by-one probe.
-    static void SetCheckConflicts(bool checkConflicts);
 
     // First free address of a subnet, recorded as taken; the run sequence does not need it.
     bool __GetAvailableNetCardIP(unsigned int ip, unsigned int mask, unsigned int* out);
@@ -96,31 +68,30 @@ protected:
     virtual std::unique_ptr<IAddressProber> _CreateProber(const PROBE_LINK& link);
 
     GenICam::Client::CInterface* m_pInterface;
+    CConfigPass* m_pPass;
     std::vector<GenICam::Client::CDevice*> m_vecDevice;
     std::vector<GenICam::Client::CDevice*> m_vecConfigDevice;
+    std::vector<unsigned int> m_vecPlannedIP;
     unsigned int m_nNetCardIP;
     unsigned int m_nNetCardMask;
     IP_CONFIG_SETTING m_stIPConfigSetting;
 
     static std::vector<unsigned int> ms_vecUsedIP;
     static std::vector<std::string> ms_vecConfigDevID;
-    static std::vector<IP_ASSIGNMENT> ms_vecAssignment;
-    static std::vector<IP_ASSIGNMENT> ms_vecUnassigned;
-    static bool ms_bDryRun;
-    static bool ms_bStandard;
-    static bool ms_bCheckConflicts;
-    // Who holds each recorded address, kept for the diagnostics only.
-    static std::map<unsigned int, std::string> ms_mapUsedBy;
 
 private:
     bool __IsIPUsed(unsigned int ip);
     bool __ReadProbeLink(PROBE_LINK* link);
     std::vector<unsigned int> __NextCandidates(const std::string& name, uint64_t* next, unsigned int last,
                                                size_t count);
-    static void __RecordUsed(unsigned int ip, const std::string& who);
+    static void __RecordUsed(unsigned int ip, const std::string& who, CConfigPass& pass);
     bool __NeedsNewIP(GenICam::Client::CDevice* device);
     bool __SendAddress(GenICam::Client::CDevice* device, unsigned int ip, const IP_CONFIG_SETTING& setting,
-                       IP_ASSIGNMENT& assignment);
-    static bool __IsRecorded(unsigned int ip);
+                       CAMERA_OUTCOME& outcome);
+    bool __IsRecorded(unsigned int ip);
     static void __GetCandidateRange(unsigned int ip, unsigned int mask, unsigned int* first, unsigned int* last);
 };
+
+// Runs PlanAddresses() of every configurator: those whose subnets overlap one after another in the
+// given order, the others at the same time. One result per configurator.
+std::vector<bool> PlanBySubnet(const std::vector<CIPConfigAllDevices*>& configurators);

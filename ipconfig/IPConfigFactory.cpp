@@ -16,6 +16,8 @@ using GenICam::Client::CDeviceManager;
 using GenICam::Client::CInterface;
 using GenICam::Client::CTL;
 
+CIPConfigFactory::CIPConfigFactory(CConfigPass* pass) : m_pPass(pass) {}
+
 bool CIPConfigFactory::GetInterFaceList()
 {
     CDeviceManager* manager = CDeviceManager::GetInstanse();
@@ -51,7 +53,7 @@ bool CIPConfigFactory::CreateObject(std::vector<CIPConfigAllDevices*>& out)
     if (!GetInterFaceList()) {
         return false;
     }
-    CIPConfigAllDevices::RecordUsedNetCardIP(m_vecInterface);
+    CIPConfigAllDevices::RecordUsedNetCardIP(m_vecInterface, *m_pPass);
     bool ok = true;
     for (CInterface* itf : m_vecInterface) {
         if (itf->GetDeviceList()->empty()) {
@@ -63,9 +65,9 @@ bool CIPConfigFactory::CreateObject(std::vector<CIPConfigAllDevices*>& out)
             continue;
         }
         if (type == IPCONFIG_NETCARD_IP_VALID) {
-            out.push_back(new (std::nothrow) CIPConfigNetCardIPValid(itf));
+            out.push_back(new (std::nothrow) CIPConfigNetCardIPValid(itf, m_pPass));
         } else {
-            CIPConfigAllDevices::RecordUsedDeviceIP(*itf->GetDeviceList());
+            CIPConfigAllDevices::RecordUsedDeviceIP(*itf->GetDeviceList(), *m_pPass);
             for (CDevice* device : *itf->GetDeviceList()) {
                 GenICam::Client::Helper::Diag("%s: camera %s: not selected: the interface's address is link-local",
                                               itf->GetInterfaceDescription().c_str(), device->GetStrMac().c_str());

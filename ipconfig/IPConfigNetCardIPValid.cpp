@@ -1,13 +1,11 @@
 #include "ipconfig/IPConfigNetCardIPValid.h"
 
 #include "common/Exception.h"
-#include "device/Device.h"
 #include "device/Interface.h"
 
 #include <cstdio>
 
 using GenICam::Client::CAppException;
-using GenICam::Client::CDevice;
 using GenICam::Client::CInterface;
 
 namespace {
@@ -18,7 +16,7 @@ const unsigned int kForceIPExValue = 5;
 
 } // namespace
 
-CIPConfigNetCardIPValid::CIPConfigNetCardIPValid(CInterface* itf) : CIPConfigAllDevices(itf) {}
+CIPConfigNetCardIPValid::CIPConfigNetCardIPValid(CInterface* itf, CConfigPass* pass) : CIPConfigAllDevices(itf, pass) {}
 
 CIPConfigNetCardIPValid::~CIPConfigNetCardIPValid() = default;
 
@@ -37,22 +35,23 @@ bool CIPConfigNetCardIPValid::GetNetCardIPConfig()
     return true;
 }
 
-// All or nothing: when the subnet has too few free addresses, no camera of it is touched.
 bool CIPConfigNetCardIPValid::ConfigAllDevices()
+{
+    return PlanAddresses() && SendPlanned();
+}
+
+// All or nothing: when the subnet has too few free addresses, no camera of it is touched.
+bool CIPConfigNetCardIPValid::PlanAddresses()
 {
     if (!GetNetCardIPConfig()) {
         return false;
     }
     MarkDev();
-    std::vector<unsigned int> list;
-    if (!GetIPList(&list)) {
+    m_vecPlannedIP.clear();
+    if (!GetIPList(&m_vecPlannedIP)) {
         RecordNoAddress(m_vecConfigDevice);
         return false;
     }
-    RecordIPAssignedToDev(list);
-    const bool ok = ConfigDevIP(m_stIPConfigSetting, m_vecConfigDevice, list);
-    for (CDevice* device : m_vecConfigDevice) {
-        ms_vecConfigDevID.push_back(device->GetDevID());
-    }
-    return ok;
+    RecordIPAssignedToDev(m_vecPlannedIP);
+    return true;
 }

@@ -5,9 +5,10 @@
 // Configurator of an interface whose own address is usable.
 class CIPConfigNetCardIPValid : public CIPConfigAllDevices {
 public:
-    explicit CIPConfigNetCardIPValid(GenICam::Client::CInterface* itf);
+    CIPConfigNetCardIPValid(GenICam::Client::CInterface* itf, CConfigPass* pass);
     ~CIPConfigNetCardIPValid() override;
 
     bool ConfigAllDevices() override;
     virtual bool GetNetCardIPConfig();
+    bool PlanAddresses() override;
 };

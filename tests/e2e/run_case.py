@@ -10,7 +10,8 @@ A case file is a lab scenario (its "interfaces") plus what the run must show:
                an address "IFACE CAMERA-MAC IP/MASK" (gateway 0.0.0.0)
 Optional: "args" (the tool's arguments), "exit" (status, default 0), "stderr" (its lines, default
 none) or "stderr_match" (regular expressions of --verbose lines, each matched by some line, every
-line time-stamped), "json" (the one document stdout must be with --json; a case with "stdout" too runs twice, in
+line time-stamped; then "stderr_span" [FROM, TO, SECONDS] bounds the time from the first line
+matching FROM to the last matching TO), "json" (the one document stdout must be with --json; a case with "stdout" too runs twice, in
 fresh labs, and both runs must send the same) and "silent_interfaces" (host interfaces that send no
 frame at all and whose links receive nothing), "final" (each camera's registers when the lab ends,
 by MAC: "MAC IP/MASK persistent IP/MASK/GATEWAY 0x0014 ccp N") and "shell" (runs in place of the
@@ -36,7 +37,7 @@ REPO = os.path.dirname(os.path.dirname(HERE))
 LAB = os.path.join(REPO, "tools", "lab.py")
 PYTHON = "/usr/bin/python3"
 DOTS = re.compile(r"^\.+$")
-STAMP = re.compile(r"^\[ *\d+\.\d{3}\] ")
+STAMP = re.compile(r"^\[ *(\d+\.\d{3})\] ")
 TOOL_LIMIT_S = 90
 
 
@@ -107,6 +108,14 @@ def stderr_problems(case, lines, problems):
     problems += [f"standard error line without a time: {line}" for line in lines if not STAMP.match(line)]
     problems += [f"no standard error line matches {pattern}" for pattern in case["stderr_match"]
                  if not any(re.search(pattern, line) for line in lines)]
+    if "stderr_span" in case:
+        first, last, limit = case["stderr_span"]
+        stamps = [(float(STAMP.match(line).group(1)), line) for line in lines if STAMP.match(line)]
+        starts = [t for t, line in stamps if re.search(first, line)]
+        ends = [t for t, line in stamps if re.search(last, line)]
+        if not starts or not ends or ends[-1] - starts[0] > limit:
+            problems.append(f"from {first} to {last}: {ends[-1] - starts[0] if starts and ends else None} s, "
+                            f"at most {limit} s expected")
 
 
 def silent_problems(case, record, sent):

@@ -74,12 +74,13 @@ private:
 
 class Planner : public CIPConfigAllDevices {
 public:
-    explicit Planner(CInterface* itf) : CIPConfigAllDevices(itf)
+    explicit Planner(CInterface* itf) : CIPConfigAllDevices(itf, &ms_pass)
     {
         m_nNetCardIP = itf->GetInterfaceIP();
         m_nNetCardMask = itf->GetInterfaceSubnetMask();
     }
     bool ConfigAllDevices() override { return true; }
+    bool PlanAddresses() override { return true; }
 
     static void Taken(const std::vector<const char*>& ips)
     {
@@ -114,9 +115,12 @@ protected:
     }
 
 private:
+    static CConfigPass ms_pass;
     bool m_fake = false;
     std::vector<std::string> m_probeTaken;
 };
+
+CConfigPass Planner::ms_pass{PASS_OPTIONS()};
 
 using Rounds = std::vector<std::vector<std::string>>;
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <getopt.h>
 
@@ -13,6 +14,9 @@ using GenICam::Client::SurveyInterfaces;
 namespace {
 
 const int kJsonOption = 0x100;
+const int kIntervalOption = 0x101;
+const double kIntervalMinS = 0.2;
+const double kIntervalMaxS = 3600;
 
 const option kLongOptions[] = {
     {"dry-run", no_argument, nullptr, 'n'},
@@ -23,6 +27,8 @@ const option kLongOptions[] = {
     {"standard", no_argument, nullptr, 's'},
     {"check-conflicts", no_argument, nullptr, 'c'},
     {"verbose", no_argument, nullptr, 'v'},
+    {"watch", no_argument, nullptr, 'w'},
+    {"interval", required_argument, nullptr, kIntervalOption},
     {nullptr, 0, nullptr, 0},
 };
 
@@ -38,10 +44,25 @@ std::string UsageProblem(int code, char* argv[])
     if (optopt == 0) {
         return "unknown option '" + word + "'";
     }
-    if (optopt == kJsonOption || strchr("nhVscv", optopt) != nullptr) {
+    if (optopt == kJsonOption || strchr("nhVscvw", optopt) != nullptr) {
         return "option '" + word.substr(0, word.find('=')) + "' takes no value";
     }
     return "unknown option '" + letter + "'";
+}
+
+// Seconds as a decimal number within the bounds; false for anything else (units, hex, inf, nan).
+bool ParseInterval(const char* text, uint64_t* ms)
+{
+    if (strspn(text, "0123456789.") != strlen(text) || *text == '\0') {
+        return false;
+    }
+    char* end = nullptr;
+    const double seconds = strtod(text, &end);
+    if (*end != '\0' || !(seconds >= kIntervalMinS && seconds <= kIntervalMaxS)) {
+        return false;
+    }
+    *ms = static_cast<uint64_t>(seconds * 1000 + 0.5);
+    return true;
 }
 
 // The verdict of a named interface: a used entry of that name wins over a skipped one.
@@ -64,7 +85,8 @@ bool ParseOptions(int argc, char* argv[], RUN_OPTIONS* options, std::string* pro
     optind = 0;  // 0, not 1: glibc then also forgets a half-read group such as -nsc
     int code = 0;
     // The leading ':' tells a missing value apart from an unknown option.
-    while ((code = getopt_long(argc, argv, ":ni:hVscv", kLongOptions, nullptr)) != -1) {
+    bool interval = false;
+    while ((code = getopt_long(argc, argv, ":ni:hVscvw", kLongOptions, nullptr)) != -1) {
         switch (code) {
         case 'n':
             options->bDryRun = true;
@@ -94,6 +116,16 @@ bool ParseOptions(int argc, char* argv[], RUN_OPTIONS* options, std::string* pro
         case 'v':
             options->bVerbose = true;
             break;
+        case 'w':
+            options->bWatch = true;
+            break;
+        case kIntervalOption:
+            if (!ParseInterval(optarg, &options->nIntervalMs)) {
+                *problem = "invalid interval '" + std::string(optarg) + "': seconds from 0.2 to 3600";
+                return false;
+            }
+            interval = true;
+            break;
         default:
             *problem = UsageProblem(code, argv);
             return false;
@@ -101,6 +133,10 @@ bool ParseOptions(int argc, char* argv[], RUN_OPTIONS* options, std::string* pro
     }
     if (optind < argc) {
         *problem = "unexpected argument '" + std::string(argv[optind]) + "'";
+        return false;
+    }
+    if (interval && !options->bWatch) {
+        *problem = "option '--interval' goes with '--watch'";
         return false;
     }
     return true;
@@ -136,7 +172,10 @@ void PrintHelp()
            "  -c, --check-conflicts  probe candidate addresses as RFC 5227 does, all at once\n"
            "  -h, --help             print this help and exit\n"
            "  -V, --version          print the version and exit\n"
-           "  -v, --verbose          say on standard error what the run sees and decides, and why\n");
+           "  -v, --verbose          say on standard error what the run sees and decides, and why\n"
+           "  -w, --watch            keep running: after the first run's report, watch the links and\n"
+           "                         move new or changed cameras, one event line each, until SIGTERM\n"
+           "      --interval SECONDS with --watch: seconds between passes (0.2 to 3600, default 10)\n");
 }
 
 std::string BannerText()

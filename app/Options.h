@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,8 @@ struct RUN_OPTIONS {
     bool bStandard = false;
     bool bCheckConflicts = false;
     bool bVerbose = false;
+    bool bWatch = false;
+    uint64_t nIntervalMs = 10000;  // --watch: from the end of one pass to the start of the next
     std::vector<std::string> vecInterface;
 };
 

@@ -59,6 +59,15 @@ size_t CWatchState::CameraCount() const
     return m_mapCameras.size();
 }
 
+std::vector<uint32_t> CWatchState::KnownAddresses() const
+{
+    std::vector<uint32_t> addresses;
+    for (const auto& camera : m_mapCameras) {
+        addresses.push_back(camera.second.stSeen.nIP);
+    }
+    return addresses;
+}
+
 std::vector<std::string> CWatchState::CamerasToWork(const WATCH_PASS_VIEW& view, uint64_t nowMs) const
 {
     std::vector<std::string> macs;

@@ -71,6 +71,8 @@ public:
                                      uint64_t nowMs, uint64_t wallMs);
 
     size_t CameraCount() const;
+    // Where every remembered camera was last seen: taken, also while a camera misses a pass.
+    std::vector<uint32_t> KnownAddresses() const;
 
 private:
     enum CAMERA_STATE { STATE_FINE, STATE_PENDING, STATE_PLANNED, STATE_FAILED, STATE_CONTESTED };

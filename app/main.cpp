@@ -1,28 +1,19 @@
 #include "app/Driver.h"
 #include "app/JsonReport.h"
 #include "app/Options.h"
+#include "app/PlainRun.h"
 #include "app/RunDiagnostics.h"
+#include "app/Watch.h"
 #include "common/Diagnostics.h"
 #include "gvcp/LinkTap.h"
 #include "ipconfig/ConfigPass.h"
 
 #include <cstdio>
-#include <pthread.h>
 #include <string>
 
 namespace {
 
 const int kUsageError = 2;
-
-// How a run ends: the text run's last line and the JSON report's result.
-struct RUN_RESULT {
-    const char* szText;
-    const char* szJson;
-};
-const RUN_RESULT kInitFailed = {"Init Module Failed! Please Retry.\n", "init failed"};
-const RUN_RESULT kEnumFailed = {"Enum Device Failed! Please Retry.\n", "enumeration failed"};
-const RUN_RESULT kUnexpected = {"Unexpected Error! Please Retry.\n", "unexpected error"};
-const RUN_RESULT kFinished = {"Auto IP Configure Finished!\n", "finished"};
 
 int UsageError(const std::string& problem)
 {
@@ -30,29 +21,11 @@ int UsageError(const std::string& problem)
     return kUsageError;
 }
 
-// Waits on its own thread for the moved cameras to answer again; false if it cannot start.
-bool Confirm(const CConfigPass& pass, bool showProgress)
-{
-    CONFIRM_CONTEXT context{&pass, showProgress};
-    pthread_t reupdate;
-    if (pthread_create(&reupdate, nullptr, OnThreadReUpdateDeviceList, &context) != 0) {
-        return false;
-    }
-    pthread_join(reupdate, nullptr);
-    return true;
-}
-
 // Enumerate, configure, enumerate again until the cameras answer, report. A dry run stops after
 // the planner. Exits 0 whatever happened.
 int Run(RUN_OPTIONS& options)
 {
-    const RUN_RESULT* result = &kFinished;
-    PASS_OPTIONS passOptions;
-    passOptions.bDryRun = options.bDryRun;
-    passOptions.bStandard = options.bStandard;
-    passOptions.bCheckConflicts = options.bCheckConflicts;
-    passOptions.vecInterface = options.vecInterface;
-    CConfigPass pass(passOptions);
+    CConfigPass pass(PassOptionsOf(options));
     if (!options.bJson) {
         printf("%s", BannerText().c_str());
     }
@@ -62,26 +35,8 @@ int Run(RUN_OPTIONS& options)
         DiagRawNetworkRight();
         DiagInterfaces(verdicts);
     }
-    if (!InitDeviceModule()) {
-        result = &kInitFailed;
-    } else {
-        SelectInterfaces(options.vecInterface);
-        if (!UpdateDeviceList()) {
-            result = &kEnumFailed;
-        } else {
-            pass.RecordSeen(SeeDeviceModel());
-            ConfigAllDevices(pass);
-            if (!options.bDryRun && !Confirm(pass, !options.bJson)) {
-                result = &kUnexpected;
-            } else {
-                pass.Settle(SeeDeviceModel());
-                DiagOutcomes(pass);
-                if (!options.bJson) {
-                    PrintInterfaceInfo(pass);
-                }
-            }
-        }
-    }
+    SEEN_MODEL first;
+    const RUN_RESULT* result = RunSequence(options, pass, &first);
     if (options.bJson) {
         PrintJsonReport(result->szJson, result == &kFinished, verdicts, pass);
     }
@@ -122,5 +77,5 @@ int main(int argc, char* argv[])
         return 1;
     }
     GenICam::Client::Helper::SetDiagnostics(options.bVerbose);
-    return Run(options);
+    return options.bWatch ? RunWatch(options) : Run(options);
 }

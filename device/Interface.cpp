@@ -7,6 +7,7 @@
 #include "common/InstanceFactory.h"
 #include "common/ipcalc.h"
 #include "device/Device.h"
+#include "device/TL.h"
 #include "gvcp/DeviceDiscovery.h"
 #include "gvcp/DeviceInfo.h"
 #include "gvcp/GVCPCtrlPort.h"
@@ -350,6 +351,9 @@ void CInterface::__GetAllDeviceStatus(DeviceInfoList& records)
     int status = DEVICE_ACCESS_STATUS_UNKNOWN;
     for (const boost::shared_ptr<CDeviceInfo>& record : records) {
         const bool inSubnet = __IsInSameSubnet(address, mask, record->GetIntIP(), record->GetIntSubnetMask());
+        if (inSubnet && m_pTL != nullptr && m_pTL->IsReuseKnownStatus() && __ReuseKnownStatus(*record)) {
+            continue;
+        }
         if (inSubnet) {
             std::unique_ptr<CGVCPCtrlPort, CtrlPortRelease> port(
                 CInstanceFactory::CreateGVCPCtrlPortIntstance(address, record->GetIntIP(), description));
@@ -360,6 +364,20 @@ void CInterface::__GetAllDeviceStatus(DeviceInfoList& records)
         }
         DiagCamera(description, *record, inSubnet, inSubnet ? status : DEVICE_ACCESS_STATUS_UNKNOWN);
     }
+}
+
+// Takes the status of a known record that is otherwise the same: the camera did not change.
+bool CInterface::__ReuseKnownStatus(CDeviceInfo& record)
+{
+    boost::unique_lock<boost::recursive_mutex> lock(m_DeviceInfoListMutex);
+    for (const boost::shared_ptr<CDeviceInfo>& known : m_vecDeviceInfo) {
+        record.SetAccessStatus(known->GetAccessStatus());
+        if (record == *known) {
+            return true;
+        }
+    }
+    record.SetAccessStatus(DEVICE_ACCESS_STATUS_UNKNOWN);
+    return false;
 }
 
 bool CInterface::__IsInSameSubnet(unsigned int ifIP, unsigned int ifMask, unsigned int devIP, unsigned int devMask)

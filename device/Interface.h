@@ -61,6 +61,7 @@ private:
     bool __IsDeviceInfoListChange(std::vector<boost::shared_ptr<CDeviceInfo>>& records);
     bool __IsDevcieInfoKnown(const boost::shared_ptr<CDeviceInfo>& record);
     void __GetAllDeviceStatus(std::vector<boost::shared_ptr<CDeviceInfo>>& records);
+    bool __ReuseKnownStatus(CDeviceInfo& record);
     bool __IsInSameSubnet(unsigned int ifIP, unsigned int ifMask, unsigned int devIP, unsigned int devMask);
 
     boost::shared_ptr<CInterfaceInfo> m_pInterfaceInfo;

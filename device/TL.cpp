@@ -70,6 +70,16 @@ std::vector<CInterface*>* CTL::GetCurInterfaceList()
     return &m_vecInterface;
 }
 
+void CTL::SetReuseKnownStatus(bool reuse)
+{
+    m_bReuseKnownStatus = reuse;
+}
+
+bool CTL::IsReuseKnownStatus() const
+{
+    return m_bReuseKnownStatus;
+}
+
 void CTL::SetInterfaceFilter(const std::vector<std::string>& names)
 {
     m_vecNameFilter = names;

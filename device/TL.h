@@ -27,6 +27,9 @@ public:
     std::vector<CInterface*>* GetCurInterfaceList();
     // Keeps only the interface entries of these names (kernel name or address label); none: all.
     void SetInterfaceFilter(const std::vector<std::string>& names);
+    // A long-running process reads an unchanged camera's access status once, not on every enumeration.
+    void SetReuseKnownStatus(bool reuse);
+    bool IsReuseKnownStatus() const;
 
 private:
     void __UpdateInterfaceListInfo();
@@ -41,6 +44,7 @@ private:
     boost::recursive_mutex m_InfoListMutex;
     boost::recursive_mutex m_InterfaceListMutex;
     std::vector<std::string> m_vecNameFilter;
+    bool m_bReuseKnownStatus = false;
 };
 
 } // namespace Client

@@ -106,6 +106,11 @@ bool CDeviceInfo::IsMyMAC(std::string const& mac) const
     return SameBytes(mac, m_strMAC);
 }
 
+int CDeviceInfo::GetAccessStatus() const
+{
+    return m_nAccessStatus;
+}
+
 bool CDeviceInfo::operator==(CDeviceInfo const& other) const
 {
     return IsMyID(other.m_strID) && SameBytes(m_strUserDefinedName, other.m_strUserDefinedName) &&

@@ -50,6 +50,7 @@ public:
     unsigned int GetDevMode() const;
     unsigned char GetRestartAndresetFeature() const;
     void SetAccessStatus(int status);
+    int GetAccessStatus() const;
 
 private:
     explicit CDeviceInfo(const DISCOVERY_RECORD& record);

@@ -78,6 +78,12 @@ const PASS_OPTIONS& CConfigPass::GetOptions() const
     return m_stOptions;
 }
 
+bool CConfigPass::MaySelect(const std::string& mac) const
+{
+    const std::vector<std::string>& only = m_stOptions.vecOnlyMAC;
+    return !m_stOptions.bOnlyListed || std::find(only.begin(), only.end(), mac) != only.end();
+}
+
 void CConfigPass::RecordSeen(const SEEN_MODEL& model)
 {
     for (const SEEN_INTERFACE& itf : model.vecInterface) {

@@ -19,6 +19,11 @@ struct PASS_OPTIONS {
     bool bStandard = false;        // standard FORCEIP and persistent store in place of 0x9000
     bool bCheckConflicts = false;  // RFC 5227 probes, every interface at once
     std::vector<std::string> vecInterface;  // only these interfaces take part; none: all
+    // The long-running mode works on some cameras only (MAC texts); the others keep their addresses.
+    bool bOnlyListed = false;
+    std::vector<std::string> vecOnlyMAC;
+    // Addresses taken besides those the pass sees: cameras of earlier passes that did not answer now.
+    std::vector<unsigned int> vecAlsoTaken;
 };
 
 // An interface as one look at the device model found it.
@@ -107,6 +112,8 @@ public:
     CConfigPass& operator=(const CConfigPass&) = delete;
 
     const PASS_OPTIONS& GetOptions() const;
+    // Whether the planner may give this camera (MAC text) a new address.
+    bool MaySelect(const std::string& mac) const;
 
     // Adds what is new in `model`; the first sighting of an interface or camera stays.
     void RecordSeen(const SEEN_MODEL& model);

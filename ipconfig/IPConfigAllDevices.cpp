@@ -76,7 +76,7 @@ bool CIPConfigAllDevices::SendPlanned()
 void CIPConfigAllDevices::MarkDev()
 {
     for (CDevice* device : m_vecDevice) {
-        const bool selected = __NeedsNewIP(device);
+        const bool selected = __NeedsNewIP(device) && m_pPass->MaySelect(device->GetStrMac());
         if (selected) {
             m_vecConfigDevice.push_back(device);
         }
@@ -290,6 +290,13 @@ void CIPConfigAllDevices::RecordNoAddress(const std::vector<CDevice*>& devices)
             outcome.nOldIP = device->GetIntIP();
             m_pPass->RecordOutcome(outcome);
         }
+    }
+}
+
+void CIPConfigAllDevices::RecordUsedAddresses(const std::vector<unsigned int>& addresses, CConfigPass& pass)
+{
+    for (unsigned int ip : addresses) {
+        __RecordUsed(ip, IsDiagnostics() ? "a camera seen before" : std::string(), pass);
     }
 }
 

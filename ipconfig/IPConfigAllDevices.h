@@ -58,6 +58,7 @@ public:
 
     static void RecordUsedNetCardIP(std::vector<GenICam::Client::CInterface*> interfaces, CConfigPass& pass);
     static void RecordUsedDeviceIP(std::vector<GenICam::Client::CDevice*> devices, CConfigPass& pass);
+    static void RecordUsedAddresses(const std::vector<unsigned int>& addresses, CConfigPass& pass);
     static void Clear();
 
     // First free address of a subnet, recorded as taken; the run sequence does not need it.

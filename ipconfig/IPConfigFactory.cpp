@@ -54,6 +54,7 @@ bool CIPConfigFactory::CreateObject(std::vector<CIPConfigAllDevices*>& out)
         return false;
     }
     CIPConfigAllDevices::RecordUsedNetCardIP(m_vecInterface, *m_pPass);
+    CIPConfigAllDevices::RecordUsedAddresses(m_pPass->GetOptions().vecAlsoTaken, *m_pPass);
     bool ok = true;
     for (CInterface* itf : m_vecInterface) {
         if (itf->GetDeviceList()->empty()) {

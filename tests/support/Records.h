@@ -1,5 +1,7 @@
 #pragma once
 
+#include "device/Device.h"
+#include "device/Interface.h"
 #include "device/InterfaceInfo.h"
 #include "gvcp/DeviceInfo.h"
 #include "support/Packets.h"
@@ -63,6 +65,12 @@ inline boost::shared_ptr<GenICam::Client::CDeviceInfo> MakeRecord(const CameraMo
     GenICam::Client::ZQ_DISCOVERY_ACK ack;
     memcpy(&ack, bytes.data(), sizeof(ack));
     return boost::shared_ptr<GenICam::Client::CDeviceInfo>(new GenICam::Client::CDeviceInfo(ack));
+}
+
+// Hands the interface a camera as discovery would have; the interface owns it.
+inline void AddCamera(GenICam::Client::CInterface* itf, const CameraModel& model)
+{
+    itf->GetDeviceList()->push_back(new GenICam::Client::CDevice(nullptr, itf, MakeRecord(model)));
 }
 
 } // namespace aictest

@@ -41,20 +41,18 @@ std::string Names(const std::vector<NIC_INFO>& list)
 
 } // namespace
 
-TEST_F(HostInterfaces, LoopbackAndNamesContainingLoAreSkipped)
+TEST_F(HostInterfaces, RecordsComeInReverseKernelOrderWithAddressesMacAndGateway)
 {
-    EXPECT_TRUE(Enumerate().empty());
-    Veth("wlo1", "10.1.1.1/24");
-    EXPECT_TRUE(Enumerate().empty());
-}
-
-TEST_F(HostInterfaces, RecordsComeInReverseKernelOrderWithAddressesAndMac)
-{
+    EXPECT_TRUE(Enumerate().empty()) << "loopback is skipped";
     Veth("eth0", "192.168.1.10/24");
+    Sh("ip addr add 192.168.7.1/24 dev eth0 label eth0:1");
     Veth("eth1", "10.0.0.1/8");
     Veth("cam2", "172.16.5.4/27");
+    Veth("wlo1", "10.1.1.1/24");
+    Sh("ip route add default via 192.168.1.1 dev eth0");
+    Sh("ip route add 10.9.0.0/16 via 10.0.0.254 dev eth1");
     const auto list = Enumerate();
-    ASSERT_EQ(Names(list), "cam2,eth1,eth0");
+    ASSERT_EQ(Names(list), "cam2,eth1,eth0:1,eth0") << "a name containing lo is skipped, a label is an entry";
 
     const NIC_INFO& cam = list[0];
     EXPECT_EQ(cam.vecIntIP, std::vector<uint32_t>{0xAC100504});
@@ -65,32 +63,12 @@ TEST_F(HostInterfaces, RecordsComeInReverseKernelOrderWithAddressesAndMac)
     EXPECT_EQ(cam.vecStrGateway, std::vector<std::string>{"0.0.0.0"});
     EXPECT_EQ(cam.strMAC, aictest::MacOf("cam2"));
     EXPECT_EQ(cam.strDescription, "cam2");
-}
-
-TEST_F(HostInterfaces, AliasLabelIsAnEntryOfItsOwnWithTheSameMac)
-{
-    Veth("eth0", "192.168.1.10/24");
-    Sh("ip addr add 192.168.7.1/24 dev eth0 label eth0:1");
-    const auto list = Enumerate();
-    ASSERT_EQ(Names(list), "eth0:1,eth0");
-    EXPECT_EQ(list[0].vecStrIP[0], "192.168.7.1");
-    EXPECT_EQ(list[0].strMAC, list[1].strMAC);
-}
-
-TEST_F(HostInterfaces, GatewayComesFromTheFirstGatewayRouteOfTheInterface)
-{
-    Veth("eth0", "192.168.1.10/24");
-    Veth("eth1", "192.168.2.10/24");
-    Veth("eth2", "192.168.3.10/24");
-    Sh("ip route add default via 192.168.1.1 dev eth0");
-    Sh("ip route add 10.9.0.0/16 via 192.168.2.254 dev eth1");
-    const auto list = Enumerate();
-    ASSERT_EQ(Names(list), "eth2,eth1,eth0");
-    EXPECT_EQ(list[2].vecStrGateway[0], "192.168.1.1");
-    EXPECT_EQ(list[2].vecIntGateway[0], 0xC0A80101u);
-    EXPECT_EQ(list[1].vecStrGateway[0], "192.168.2.254");
-    EXPECT_EQ(list[0].vecIntGateway[0], 0u);
-    EXPECT_EQ(list[0].vecStrGateway[0], "0.0.0.0");
+    // The gateway is that of the interface's first route through one.
+    EXPECT_EQ(list[1].vecStrGateway[0], "10.0.0.254");
+    EXPECT_EQ(list[3].vecStrGateway[0], "192.168.1.1");
+    EXPECT_EQ(list[3].vecIntGateway[0], 0xC0A80101u);
+    EXPECT_EQ(list[2].vecStrIP[0], "192.168.7.1");
+    EXPECT_EQ(list[2].strMAC, list[3].strMAC);
 }
 
 TEST(InterfaceSnapshot, IdentityEqualityAndDisplayName)

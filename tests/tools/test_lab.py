@@ -26,7 +26,6 @@ IN, OUT, REFUSE = "00-0F-31-10-00-01", "00-0F-31-10-00-02", "00-0F-31-10-00-03"
 IN2, ZERO = "00-0F-31-20-00-01", "00-0F-31-20-00-02"
 NEW_IP = "192.168.10.11"
 LATE, LATE_IP = "00-0F-31-10-00-04", "192.168.10.22"
-SECOND = "192.168.77.5"
 
 
 # --- client half: a throwaway GVCP host, written apart from the simulator ----
@@ -161,13 +160,6 @@ def check_arp():
     raw.close()
 
 
-def check_second_host():
-    """A second host on eth0's link, in a subnet of its own, hears the same cameras."""
-    out = subprocess.run(["ip", "netns", "exec", os.environ["GVLAB_SECOND_HOST_NS"], PYTHON, __file__, "--second"],
-                         capture_output=True, text=True, timeout=10).stdout
-    assert out.split() == [IN, OUT, REFUSE], out
-
-
 def check_plug():
     """A camera plugged in announces its address (RFC 5227) and answers; unplugged it is silent."""
     control = os.path.join(os.environ["GVLAB_RECORD_DIR"], "eth0.ctl")
@@ -215,7 +207,7 @@ def inside():
     while "Capturing on" not in tshark.stderr.readline():
         pass
     try:
-        for check in (check_host, check_aravis, check_second_host, check_arp, check_discovery_rules, check_registers,
+        for check in (check_host, check_aravis, check_arp, check_discovery_rules, check_registers,
                       check_force_ip, check_plug):
             check()
             print("ok", check.__name__, flush=True)
@@ -272,27 +264,12 @@ def test_lifecycle():
 
 def test_exchanges():
     with tempfile.TemporaryDirectory() as tmp:
-        capture, record = os.path.join(tmp, "gvcp.pcapng"), os.path.join(tmp, "record.jsonl")
+        capture = os.path.join(tmp, "gvcp.pcapng")
         os.chmod(tmp, 0o777)  # dumpcap may drop privileges before writing
-        code, out, _, leftovers = lab("lab_selftest.json", "--record", record, "--",
-                                      PYTHON, os.path.abspath(__file__), "--inside", capture)
+        code, out, _, leftovers = lab("lab_selftest.json", "--", PYTHON, os.path.abspath(__file__), "--inside", capture)
         print(out, end="")
         assert code == 0 and not leftovers, (code, leftovers)
-        check_record(record)
         check_tshark(capture)
-
-
-def check_record(path):
-    with open(path, encoding="utf-8") as f:
-        entries = [json.loads(line) for line in f]
-    force = [e for e in entries if e["cmd"] == "forceip_ex"]
-    assert [(e["camera"], e["fields"]["ip"], e["fields"]["ipconfig"], e["answer"]["status"])
-            for e in force] == [(OUT, NEW_IP, 5, 0), (REFUSE, NEW_IP, 5, 0x8002)]
-    restart, = [e for e in entries if e["cmd"] == "forceip"]
-    assert (restart["camera"], restart["fields"]["ip"], restart["iface"]) == (OUT, "0.0.0.0", "eth0")
-    assert {e["iface"] for e in entries if e["cmd"] == "discovery"} >= {"eth0", "second:eth0"}
-    assert [(e["cmd"], e["camera"]) for e in entries if e["cmd"] in ("plug", "unplug")] == [
-        ("plug", LATE), ("unplug", LATE)]
 
 
 def check_tshark(capture):
@@ -317,8 +294,6 @@ def main():
                  f"tshark); missing: {missing or 'root'}")
     if sys.argv[1:2] == ["--inside"]:
         return inside()
-    if sys.argv[1:2] == ["--second"]:
-        return print(" ".join(sorted(discover(SECOND, 0x3456, "192.168.77.255"))))
     tests = [test_lifecycle, test_exchanges]
     for test in tests:
         test()

@@ -20,16 +20,7 @@ unsigned int Ip(const char* text)
     return Cipcalc().iptolong(text);
 }
 
-std::vector<std::string> Texts(const std::vector<unsigned int>& ips)
-{
-    std::vector<std::string> out;
-    for (unsigned int ip : ips) {
-        char text[16] = {0};
-        Cipcalc().longtoip(ip, text);
-        out.push_back(text);
-    }
-    return out;
-}
+using Rounds = std::vector<std::vector<std::string>>;
 
 // An interface that exists only in memory; probes go to the fake prober below.
 std::unique_ptr<CInterface> MakeInterface(const char* ip, const char* mask)
@@ -37,29 +28,29 @@ std::unique_ptr<CInterface> MakeInterface(const char* ip, const char* mask)
     return std::unique_ptr<CInterface>(new CInterface(aictest::MakeSnapshot("eth0", Ip(ip), Ip(mask)), nullptr));
 }
 
-// Takes the addresses of a fixed list ("!" before one: its probe fails) and logs every round it is asked.
+// Answers taken for the addresses of a list, failed for those with "!" before them; logs every round asked.
 class FakeProber : public IAddressProber {
 public:
-    FakeProber(std::vector<std::string> taken, std::vector<std::vector<std::string>>* rounds)
-        : m_taken(std::move(taken)), m_rounds(rounds)
-    {
-    }
+    FakeProber(const std::vector<std::string>& answered, Rounds* rounds) : m_answered(answered), m_rounds(rounds) {}
     std::vector<ARP_PROBE_RESULT> Probe(const std::vector<unsigned int>& candidates) override
     {
-        m_rounds->push_back(Texts(candidates));
+        const auto listed = [this](const std::string& ip) {
+            return std::find(m_answered.begin(), m_answered.end(), ip) != m_answered.end();
+        };
+        m_rounds->emplace_back();
         std::vector<ARP_PROBE_RESULT> verdicts;
-        for (const std::string& ip : m_rounds->back()) {
-            const bool taken = std::find(m_taken.begin(), m_taken.end(), ip) != m_taken.end();
-            const bool failed = std::find(m_taken.begin(), m_taken.end(), "!" + ip) != m_taken.end();
-            verdicts.push_back({failed ? ARP_PROBE_FAILED : taken ? ARP_PROBE_TAKEN : ARP_PROBE_FREE,
-                                failed ? EPERM : 0});
+        for (unsigned int candidate : candidates) {
+            const std::string ip = DottedText(candidate);
+            m_rounds->back().push_back(ip);
+            verdicts.push_back(listed("!" + ip) ? ARP_PROBE_RESULT{ARP_PROBE_FAILED, EPERM}
+                                                : ARP_PROBE_RESULT{listed(ip) ? ARP_PROBE_TAKEN : ARP_PROBE_FREE, 0});
         }
         return verdicts;
     }
 
 private:
-    std::vector<std::string> m_taken;
-    std::vector<std::vector<std::string>>* m_rounds;
+    const std::vector<std::string>& m_answered;
+    Rounds* m_rounds;
 };
 
 class Planner : public CIPConfigAllDevices {
@@ -87,24 +78,21 @@ public:
         return models;
     }
     void Select(size_t count) { m_vecConfigDevice.assign(count, nullptr); }
-    void ProbeWith(std::vector<std::string> taken) { m_probeTaken = std::move(taken); }
 
-    std::vector<std::vector<std::string>> m_rounds;
+    std::vector<std::string> m_answered;
+    Rounds m_rounds;
 
 protected:
     std::unique_ptr<IAddressProber> _CreateProber(const PROBE_LINK&) override
     {
-        return std::unique_ptr<IAddressProber>(new FakeProber(m_probeTaken, &m_rounds));
+        return std::unique_ptr<IAddressProber>(new FakeProber(m_answered, &m_rounds));
     }
 
 private:
     static CConfigPass ms_pass;
-    std::vector<std::string> m_probeTaken;
 };
 
 CConfigPass Planner::ms_pass{PASS_OPTIONS()};
-
-using Rounds = std::vector<std::vector<std::string>>;
 
 struct SEARCH {
     bool enough;
@@ -120,11 +108,14 @@ SEARCH Search(const char* ip, const char* mask, const std::vector<const char*>& 
     Planner::Taken(listed);
     auto itf = MakeInterface(ip, mask);
     Planner planner(itf.get());
-    planner.ProbeWith(answered);
+    planner.m_answered = answered;
     planner.Select(wanted);
     std::vector<unsigned int> list;
-    const bool enough = planner.GetIPList(&list);
-    return SEARCH{enough, Texts(list), planner.m_rounds};
+    SEARCH search{planner.GetIPList(&list), {}, planner.m_rounds};
+    for (unsigned int found : list) {
+        search.found.push_back(DottedText(found));
+    }
+    return search;
 }
 
 } // namespace

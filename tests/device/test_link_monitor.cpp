@@ -18,16 +18,11 @@ using Bytes = std::vector<uint8_t>;
 namespace {
 
 // One rtnetlink message: header, fixed part, then attributes, each padded to four bytes.
-class Message {
-public:
+struct Message {
     template <class Fixed>
-    Message(uint16_t type, const Fixed& fixed)
+    Message(uint16_t type, const Fixed& fixed) : m_nType(type)
     {
-        m_bytes.resize(NLMSG_HDRLEN);
         Append(&fixed, sizeof(fixed));
-        nlmsghdr head = {};
-        head.nlmsg_type = type;
-        memcpy(m_bytes.data(), &head, sizeof(head));
     }
     Message& Attr(uint16_t type, const void* data, size_t size)
     {
@@ -46,19 +41,18 @@ public:
     Bytes Done() const
     {
         Bytes out = m_bytes;
-        const uint32_t length = static_cast<uint32_t>(out.size());
-        memcpy(out.data(), &length, sizeof(length));
+        const nlmsghdr head = {static_cast<uint32_t>(out.size()), m_nType, 0, 0, 0};
+        memcpy(out.data(), &head, sizeof(head));
         return out;
     }
-
-private:
     void Append(const void* data, size_t size)
     {
         const uint8_t* p = static_cast<const uint8_t*>(data);
         m_bytes.insert(m_bytes.end(), p, p + size);
         m_bytes.resize(NLMSG_ALIGN(m_bytes.size()));
     }
-    Bytes m_bytes;
+    uint16_t m_nType;
+    Bytes m_bytes = Bytes(NLMSG_HDRLEN);
 };
 
 Message Link(uint16_t type, int index, unsigned flags, const char* name, uint8_t family = AF_UNSPEC)
@@ -72,10 +66,7 @@ Message Link(uint16_t type, int index, unsigned flags, const char* name, uint8_t
 
 Message Address(uint16_t type, int index, uint8_t prefix, uint8_t family = AF_INET)
 {
-    ifaddrmsg info = {};
-    info.ifa_family = family;
-    info.ifa_prefixlen = prefix;
-    info.ifa_index = static_cast<uint32_t>(index);
+    const ifaddrmsg info = {family, prefix, 0, 0, static_cast<uint32_t>(index)};
     return Message(type, info);
 }
 

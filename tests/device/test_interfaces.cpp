@@ -1,5 +1,4 @@
 #include "device/InterfaceInfo.h"
-#include "device/InterfaceSurvey.h"
 #include "device/LinuxNICAdapter.h"
 #include "support/NetNamespace.h"
 #include "support/Records.h"
@@ -89,39 +88,4 @@ TEST(InterfaceSnapshot, IdentityEqualityAndDisplayName)
 
     NIC_INFO empty;
     EXPECT_EQ(CInterfaceInfo(empty).GetDisplayName(), "IP Error[]");
-}
-
-// Verdicts as "name:used" or "name:reason", in the order judged.
-TEST(InterfaceVerdicts, EachEntryIsUsedOrNamesWhyNot)
-{
-    const auto entry = [](const std::string& name, const std::string& mac) {
-        return KERNEL_ADDRESS{name, 0x0A000001, 0xFF000000, mac, true, true};
-    };
-    const struct {
-        std::vector<KERNEL_ADDRESS> entries;
-        std::vector<std::string> withoutIPv4, filter;
-        std::string expected;
-    } cases[] = {
-        {{entry("lo", "0"), entry("wlo1", "1"), entry("eth0", "2")}, {"dummy0"}, {},
-         "lo:its name contains \"lo\",wlo1:its name contains \"lo\",eth0:used,dummy0:no IPv4 address"},
-        // The kernel's first entry of a MAC is the interface; a filter can make a label that first one.
-        {{entry("eth0", "2"), entry("eth0:1", "2"), entry("vlan5", "2")}, {}, {},
-         "eth0:used,eth0:1:merged into eth0, which has the same MAC,vlan5:merged into eth0, which has the same MAC"},
-        {{entry("eth0", "2"), entry("eth0:1", "2"), entry("eth1", "3")}, {}, {"eth0:1"},
-         "eth0:not named by --interface,eth0:1:used,eth1:not named by --interface"},
-    };
-    for (const auto& c : cases) {
-        std::string got;
-        for (const INTERFACE_VERDICT& v : JudgeInterfaces(c.entries, c.withoutIPv4, c.filter)) {
-            got += (got.empty() ? "" : ",") + v.stEntry.strName + ":" + (v.bUsed ? "used" : v.strReason);
-        }
-        EXPECT_EQ(got, c.expected);
-    }
-    std::vector<KERNEL_ADDRESS> many;
-    for (int i = 0; i < 17; ++i) {
-        many.push_back(entry("e" + std::to_string(i), std::to_string(i)));
-    }
-    const auto verdicts = JudgeInterfaces(many, {}, {});
-    EXPECT_TRUE(verdicts[15].bUsed);
-    EXPECT_EQ(verdicts[16].strReason, "past the 16-entry limit of the interface list");
 }

@@ -192,16 +192,12 @@ TEST(ArpFrame, ClaimAndAnnouncementOfEveryFrameALinkCarries)
         const char* address;
     } cases[] = {
         {"Linux answers a probe", Arp(2, kPlc, "192.168.1.11", "0.0.0.0"), reply, neither, "192.168.1.11"},
-        {"unpadded, as a veth delivers it", Cut(Arp(2, kPlc, "192.168.1.11", "0.0.0.0"), 42), reply, neither,
-         "192.168.1.11"},
         {"a request claims its sender address", Arp(1, kPlc, "192.168.1.11", "192.168.1.1"), request, neither,
          "192.168.1.11"},
         {"an announcement", Arp(1, kPlc, "192.168.1.11", "192.168.1.11"), request, claims, "192.168.1.11"},
         {"an unpadded announcement", Cut(Arp(1, kPlc, "10.0.0.7", "10.0.0.7"), 42), request, claims, "10.0.0.7"},
         {"a gratuitous reply", Arp(2, kPlc, "10.0.0.7", "10.0.0.7"), reply, claims, "10.0.0.7"},
         {"another host probing", Arp(1, kPlc, "0.0.0.0", "192.168.1.11"), ARP_CLAIM_PROBE, probe, "192.168.1.11"},
-        {"our own probe", Arp(1, kMac, "0.0.0.0", "192.168.1.11"), none, neither, "0.0.0.0"},
-        {"our own reply", Arp(2, kMac, "192.168.1.5", "192.168.1.11"), none, neither, "0.0.0.0"},
         {"our own announcement", Arp(1, kMac, "10.0.0.7", "10.0.0.7"), none, neither, "0.0.0.0"},
         {"a reply from no address", Arp(2, kPlc, "0.0.0.0", "192.168.1.11"), none, neither, "0.0.0.0"},
         {"cut short", Cut(Arp(2, kPlc, "192.168.1.11", "192.168.1.11"), 41), none, neither, "0.0.0.0"},

@@ -69,14 +69,6 @@ public:
             ms_vecUsedIP.push_back(Ip(ip));
         }
     }
-    std::vector<std::string> Selected() const
-    {
-        std::vector<std::string> models;
-        for (CDevice* device : m_vecConfigDevice) {
-            models.push_back(device->GetModelName());
-        }
-        return models;
-    }
     void Select(size_t count) { m_vecConfigDevice.assign(count, nullptr); }
 
     std::vector<std::string> m_answered;
@@ -131,46 +123,6 @@ TEST(IsIPValid, ZeroAndLinkLocalAreUnusable)
     };
     for (const auto& c : cases) {
         EXPECT_EQ(IsIPValid(c.ip), c.valid) << std::hex << c.ip;
-    }
-}
-
-TEST(Planner, MarkDevSelectsMisfitsAndLaterHoldersOfATakenAddress)
-{
-    struct Camera {
-        const char* ip;
-        const char* mask;
-    };
-    const struct {
-        const char* name;
-        std::vector<Camera> cameras;
-        std::vector<const char*> taken;  // interface addresses, cameras behind unusable interfaces
-        std::vector<std::string> selected;
-    } cases[] = {
-        {"fits, foreign, zero",
-         {{"192.168.1.20", "255.255.255.0"}, {"10.0.0.7", "255.0.0.0"}, {"0.0.0.0", "0.0.0.0"}},
-         {"192.168.1.5"},
-         {"CAM2", "CAM3"}},
-        {"right network, other mask", {{"192.168.1.20", "255.255.0.0"}}, {}, {"CAM1"}},
-        {"link-local", {{"169.254.10.10", "255.255.0.0"}}, {}, {"CAM1"}},
-        {"the first of two keeps the address",
-         {{"192.168.1.30", "255.255.255.0"}, {"192.168.1.30", "255.255.255.0"}},
-         {},
-         {"CAM2"}},
-        {"the interface's own address", {{"192.168.1.5", "255.255.255.0"}}, {"192.168.1.5"}, {"CAM1"}},
-        {"blocked by a camera elsewhere", {{"192.168.1.40", "255.255.255.0"}}, {"192.168.1.40"}, {"CAM1"}},
-    };
-    for (const auto& c : cases) {
-        CIPConfigAllDevices::Clear();
-        Planner::Taken(c.taken);
-        auto itf = MakeInterface("192.168.1.5", "255.255.255.0");
-        for (size_t i = 0; i < c.cameras.size(); ++i) {
-            const uint8_t n = static_cast<uint8_t>(i + 1);
-            aictest::AddCamera(itf.get(), aictest::CameraAt("CAM" + std::to_string(n), n, Ip(c.cameras[i].ip),
-                                                            Ip(c.cameras[i].mask)));
-        }
-        Planner planner(itf.get());
-        planner.MarkDev();
-        EXPECT_EQ(planner.Selected(), c.selected) << c.name;
     }
 }
 

@@ -139,20 +139,19 @@ TEST_F(NotifySocket, NoPingerWithoutAManagerOrAWatchdog)
         bool socket;
         const char* watchdog;
         const char* pid;
-        bool enabled;
     } cases[] = {
-        {false, "200000", nullptr, false},
-        {true, nullptr, nullptr, true},
-        {true, "200000", "1", true}, // the watchdog is another process's
+        {false, "200000", nullptr},
+        {true, nullptr, nullptr},
+        {true, "200000", "1"}, // the watchdog is another process's
     };
     for (const auto& c : cases) {
         c.socket ? setenv("NOTIFY_SOCKET", m_path.c_str(), 1) : unsetenv("NOTIFY_SOCKET");
         c.watchdog ? setenv("WATCHDOG_USEC", c.watchdog, 1) : unsetenv("WATCHDOG_USEC");
         c.pid ? setenv("WATCHDOG_PID", c.pid, 1) : unsetenv("WATCHDOG_PID");
         CServiceNotify notify;
-        EXPECT_EQ(notify.IsEnabled(), c.enabled);
+        EXPECT_EQ(notify.IsEnabled(), c.socket);
         EXPECT_FALSE(notify.StartWatchdog());
-        EXPECT_EQ(notify.Ready() > 0, c.enabled);
+        EXPECT_EQ(notify.Ready() > 0, c.socket);
     }
     EXPECT_EQ(Texts(Listen(50, true)), "READY=1|READY=1|");
     unsetenv("WATCHDOG_PID");

@@ -55,9 +55,7 @@ struct STEP {
 void RunSteps(CWatchState& state, const std::vector<STEP>& steps)
 {
     for (const STEP& step : steps) {
-        WATCH_PASS_VIEW view;
-        view.vecInterfaces = {"eth0"};
-        view.vecCameras = step.seen;
+        const WATCH_PASS_VIEW view{{"eth0"}, true, step.seen};
         EXPECT_EQ(Joined(state.CamerasToWork(view, step.nowMs), " "), step.work) << "at " << step.nowMs;
         EXPECT_EQ(Told(state.EndPass(view, step.results, step.nowMs, 0)), step.events) << "at " << step.nowMs;
     }

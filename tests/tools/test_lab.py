@@ -186,25 +186,20 @@ def lab(scenario, *extra, timeout=120, interrupt_after=None):
 
 
 def test_lifecycle():
-    """Exit codes pass through; timeouts, signals and failures leave nothing behind."""
+    """Timeouts, signals and failures have their exit codes and leave nothing behind."""
     work = tempfile.mkdtemp()
-    bad, no_raw, bad_sysctl = (os.path.join(work, name) for name in ("bad.json", "no_raw.json", "sysctl.json"))
+    bad, bad_sysctl = os.path.join(work, "bad.json"), os.path.join(work, "sysctl.json")
     for path, scenario in ((bad, {"interfaces": [  # the simulator of the second link refuses it
             {"name": "eth0"}, {"name": "eth1", "cameras": [{"mac": "1:2:3:4:5:6", "colour": 1}]}]}),
-            (no_raw, {"interfaces": [{"name": "eth0"}], "no_net_raw": True}),
             (bad_sysctl, {"interfaces": [{"name": "eth0"}], "host_sysctls": {"net/ipv4/conf/all/no_such_key": 1}})):
         with open(path, "w", encoding="utf-8") as f:
             json.dump(scenario, f)
-    raw_socket = "import socket; socket.socket(socket.AF_PACKET, socket.SOCK_RAW)"
     cases = [  # scenario, extra arguments, interrupt after, expected exit code
-        ("lab_selftest.json", ("--", "sh", "-c", "exit 7"), None, 7),
         ("lab_selftest.json", ("--timeout", "1", "--", "sleep", "30"), None, 124),
         ("lab_selftest.json", ("--", "sleep", "30"), 1.5, 130),
         ("lab_selftest.json", ("--", "/nonexistent/command"), None, 1),
         (bad, ("--", "true"), None, 125),
         (bad_sysctl, ("--", "true"), None, 125),
-        ("lab_selftest.json", ("--", PYTHON, "-c", raw_socket), None, 0),
-        (no_raw, ("--", PYTHON, "-c", raw_socket), None, 1),
     ]
     for scenario, extra, interrupt_after, expected in cases:
         code, _, err, leftovers = lab(scenario, *extra, interrupt_after=interrupt_after)

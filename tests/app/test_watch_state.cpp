@@ -13,17 +13,9 @@ const uint32_t kEth0 = 0xC0A80105;  // 192.168.1.5/24
 // A camera on eth0 at `ip`; it fits when inside 192.168.1.0/24.
 WATCH_SIGHTING Seen(const std::string& mac, const char* ip, const char* itf = "eth0")
 {
-    WATCH_SIGHTING seen;
-    seen.strInterface = itf;
-    seen.strMac = mac;
-    seen.strModel = "SIM";
-    seen.strSerial = "S" + mac;
-    seen.nIP = Cipcalc().iptolong(ip);
-    seen.nMask = 0xFFFFFF00;
-    seen.nInterfaceIP = kEth0;
-    seen.nInterfaceMask = 0xFFFFFF00;
-    seen.bFits = (seen.nIP & 0xFFFFFF00) == (kEth0 & 0xFFFFFF00);
-    return seen;
+    const uint32_t address = Cipcalc().iptolong(ip);
+    const bool fits = (address & 0xFFFFFF00) == (kEth0 & 0xFFFFFF00);
+    return WATCH_SIGHTING{itf, mac, "SIM", "S" + mac, address, 0xFFFFFF00, kEth0, 0xFFFFFF00, fits};
 }
 
 WATCH_RESULT Did(const std::string& mac, WATCH_OUTCOME outcome, const char* ip = "0.0.0.0", const char* reason = "")
@@ -63,9 +55,7 @@ struct STEP {
 void RunSteps(CWatchState& state, const std::vector<STEP>& steps)
 {
     for (const STEP& step : steps) {
-        WATCH_PASS_VIEW view;
-        view.vecInterfaces = {"eth0"};
-        view.vecCameras = step.seen;
+        const WATCH_PASS_VIEW view{{"eth0"}, true, step.seen};
         EXPECT_EQ(Joined(state.CamerasToWork(view, step.nowMs), " "), step.work) << "at " << step.nowMs;
         EXPECT_EQ(Told(state.EndPass(view, step.results, step.nowMs, 0)), step.events) << "at " << step.nowMs;
     }

@@ -18,6 +18,7 @@ namespace {
 
 const uint8_t kMac[6] = {0x02, 0x00, 0x00, 0x00, 0xFA, 0x01};
 const uint8_t kOther[6] = {0x02, 0x00, 0x00, 0x00, 0xFA, 0x02};
+const uint8_t kNone[6] = {0};
 
 Frame Of(const ARP_PACKET& packet)
 {
@@ -25,18 +26,33 @@ Frame Of(const ARP_PACKET& packet)
     return Frame(p, p + sizeof(packet));
 }
 
-// A reply as a host would send it, written out offset by offset.
-Frame Reply(uint16_t operation, const uint8_t* senderIp, const uint8_t* targetMac, uint16_t type = 0x8035)
+// A broadcast ARP frame from `sender`, written out offset by offset.
+Frame Arp(uint16_t operation, const uint8_t* sender, const char* senderIp, const char* targetIp,
+          const uint8_t* targetMac = kNone, uint16_t type = 0x0806)
 {
-    Frame f(60);
-    memcpy(&f[0], kMac, 6);
-    memcpy(&f[6], kOther, 6);
+    Frame f(60, 0xFF);
+    memcpy(&f[6], sender, 6);
     const uint8_t head[] = {uint8_t(type >> 8), uint8_t(type), 0, 1, 8, 0, 6, 4, 0, uint8_t(operation)};
     memcpy(&f[12], head, sizeof(head));
-    memcpy(&f[22], kOther, 6);
-    memcpy(&f[28], senderIp, 4);
+    memcpy(&f[22], sender, 6);
+    const in_addr_t addresses[] = {inet_addr(senderIp), inet_addr(targetIp)};
+    memcpy(&f[28], &addresses[0], 4);
     memcpy(&f[32], targetMac, 6);
+    memcpy(&f[38], &addresses[1], 4);
+    std::fill(f.begin() + 42, f.end(), 0);
     return f;
+}
+
+Frame With(Frame frame, size_t offset, uint8_t value)
+{
+    frame[offset] = value;
+    return frame;
+}
+
+Frame Cut(Frame frame, size_t length)
+{
+    frame.resize(length);
+    return frame;
 }
 
 ARP_PACKET Packet(const Frame& frame)
@@ -46,40 +62,38 @@ ARP_PACKET Packet(const Frame& frame)
     return packet;
 }
 
-const uint8_t kSeven[4] = {7, 0, 0, 0};
+// A reply to the probe of kMac: the probe's socket listens for the reverse-ARP type.
+Frame Reply(uint16_t operation, const char* senderIp, const uint8_t* targetMac, uint16_t type = 0x8035)
+{
+    return Arp(operation, kOther, senderIp, "0.0.0.0", targetMac, type);
+}
+
 const uint32_t kLocalSeven = inet_addr("7.0.0.0"); // 7: below 256, so the one-byte compare can match
 
 } // namespace
 
-TEST(ArpFrame, ProbeClaimsTheCandidateAndAsksForOurAddressToFFFFFFFFFF00)
+TEST(ArpFrame, ProbesByteForByte)
 {
-    Frame expected(60);
-    memset(&expected[0], 0xFF, 5); // the sixth destination byte stays 0
-    memcpy(&expected[6], kMac, 6);
-    const uint8_t head[] = {0x08, 0x06, 0x00, 0x01, 0x08, 0x00, 6, 4, 0x00, 0x01};
-    memcpy(&expected[12], head, sizeof(head));
-    memcpy(&expected[22], kMac, 6);
-    const uint8_t candidate[] = {10, 77, 0, 23};
-    const uint8_t local[] = {10, 77, 0, 1};
-    memcpy(&expected[28], candidate, 4);
-    memcpy(&expected[38], local, 4);
-    EXPECT_EQ(Of(EncodeArpProbe(kMac, inet_addr("10.77.0.1"), inet_addr("10.77.0.23"))), expected);
+    // The address probe claims the candidate and asks for our own address, to FF-FF-FF-FF-FF-00.
+    EXPECT_EQ(Of(EncodeArpProbe(kMac, inet_addr("10.77.0.1"), inet_addr("10.77.0.23"))),
+              With(Arp(1, kMac, "10.77.0.23", "10.77.0.1"), 5, 0));
+    // The conflict probe asks for the candidate from no address, to broadcast.
+    EXPECT_EQ(Of(EncodeArpConflictProbe(kMac, inet_addr("192.168.1.11"))), Arp(1, kMac, "0.0.0.0", "192.168.1.11"));
 }
 
 TEST(ArpFrame, ReplyTestAndEveryRejection)
 {
-    const uint8_t other[4] = {10, 77, 0, 1};
     const struct {
         const char* name;
         Frame frame;
         uint32_t local;
         ARP_REJECTION expected;
     } cases[] = {
-        {"reply to us", Reply(2, kSeven, kMac), kLocalSeven, ARP_MATCH},
-        {"a request", Reply(1, kSeven, kMac), kLocalSeven, ARP_REJECT_OPERATION},
-        {"only the first sender byte counts", Reply(2, other, kMac), inet_addr("10.77.0.1"), ARP_REJECT_SENDER},
-        {"first byte alone matches", Reply(2, other, kMac), 10, ARP_MATCH},
-        {"reply to another MAC", Reply(2, kSeven, kOther), kLocalSeven, ARP_REJECT_TARGET_MAC},
+        {"reply to us", Reply(2, "7.0.0.0", kMac), kLocalSeven, ARP_MATCH},
+        {"a request", Reply(1, "7.0.0.0", kMac), kLocalSeven, ARP_REJECT_OPERATION},
+        {"only the first sender byte counts", Reply(2, "10.77.0.1", kMac), inet_addr("10.77.0.1"), ARP_REJECT_SENDER},
+        {"first byte alone matches", Reply(2, "10.77.0.1", kMac), 10, ARP_MATCH},
+        {"reply to another MAC", Reply(2, "7.0.0.0", kOther), kLocalSeven, ARP_REJECT_TARGET_MAC},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(MatchArpReply(Packet(c.frame), c.local, kMac), c.expected) << c.name;
@@ -143,9 +157,9 @@ TEST_F(ArpProbe, ListensForTheReverseArpTypeAndWaitsOneSecondAtMost)
         bool taken;
         int64_t minMs, maxMs;
     } cases[] = {
-        {"matching reply of the listened type", "7.0.0.0", Reply(2, kSeven, kMac), true, 0, 500},
-        {"the same reply as ARP is not heard", "7.0.0.0", Reply(2, kSeven, kMac, 0x0806), false, 950, 1500},
-        {"silence", "7.0.0.0", {}, false, 950, 1500},
+        {"matching reply of the listened type", "7.0.0.0", Reply(2, "7.0.0.0", kMac), true, 0, 500},
+        {"the same reply as ARP is not heard: a second's wait", "7.0.0.0", Reply(2, "7.0.0.0", kMac, 0x0806), false,
+         950, 1500},
         {"own address: taken, nothing sent", "10.98.0.20", {}, true, 0, 50},
     };
     for (const auto& c : cases) {
@@ -162,40 +176,7 @@ namespace {
 
 const uint8_t kPlc[6] = {0x02, 0x00, 0x00, 0x00, 0xAA, 0x01};
 
-// An ARP frame from `sender` as it comes off the link, `length` bytes of it.
-Frame Heard(uint16_t operation, const uint8_t* sender, const char* senderIp, const char* targetIp, size_t length = 60)
-{
-    ARP_FIELDS f = {};
-    memcpy(f.aSrcMAC, sender, 6);
-    memcpy(f.aSenderMAC, sender, 6);
-    f.nOperation = operation;
-    f.dwSenderIP = inet_addr(senderIp);
-    f.dwTargetIP = inet_addr(targetIp);
-    Frame frame = Of(EncodeArp(f));
-    frame.resize(length);
-    return frame;
-}
-
-Frame With(Frame frame, size_t offset, uint8_t value)
-{
-    frame[offset] = value;
-    return frame;
-}
-
 } // namespace
-
-TEST(ArpFrame, ConflictProbeAsksForTheCandidateFromNoAddressToBroadcast)
-{
-    Frame expected(60);
-    memset(&expected[0], 0xFF, 6);
-    memcpy(&expected[6], kMac, 6);
-    const uint8_t head[] = {0x08, 0x06, 0x00, 0x01, 0x08, 0x00, 6, 4, 0x00, 0x01};
-    memcpy(&expected[12], head, sizeof(head));
-    memcpy(&expected[22], kMac, 6);
-    const uint8_t candidate[] = {192, 168, 1, 11};
-    memcpy(&expected[38], candidate, 4);
-    EXPECT_EQ(Of(EncodeArpConflictProbe(kMac, inet_addr("192.168.1.11"))), expected);
-}
 
 // What the conflict probe and the announcement watch make of each frame.
 TEST(ArpFrame, ClaimAndAnnouncementOfEveryFrameALinkCarries)
@@ -210,23 +191,19 @@ TEST(ArpFrame, ClaimAndAnnouncementOfEveryFrameALinkCarries)
         ARP_ANNOUNCEMENT_KIND heard;
         const char* address;
     } cases[] = {
-        {"Linux answers a probe", Heard(2, kPlc, "192.168.1.11", "0.0.0.0"), reply, neither, "192.168.1.11"},
-        {"unpadded, as a veth delivers it", Heard(2, kPlc, "192.168.1.11", "0.0.0.0", 42), reply, neither,
+        {"Linux answers a probe", Arp(2, kPlc, "192.168.1.11", "0.0.0.0"), reply, neither, "192.168.1.11"},
+        {"a request claims its sender address", Arp(1, kPlc, "192.168.1.11", "192.168.1.1"), request, neither,
          "192.168.1.11"},
-        {"a request claims its sender address", Heard(1, kPlc, "192.168.1.11", "192.168.1.1"), request, neither,
-         "192.168.1.11"},
-        {"an announcement", Heard(1, kPlc, "192.168.1.11", "192.168.1.11"), request, claims, "192.168.1.11"},
-        {"an unpadded announcement", Heard(1, kPlc, "10.0.0.7", "10.0.0.7", 42), request, claims, "10.0.0.7"},
-        {"a gratuitous reply", Heard(2, kPlc, "10.0.0.7", "10.0.0.7"), reply, claims, "10.0.0.7"},
-        {"another host probing", Heard(1, kPlc, "0.0.0.0", "192.168.1.11"), ARP_CLAIM_PROBE, probe, "192.168.1.11"},
-        {"our own probe", Heard(1, kMac, "0.0.0.0", "192.168.1.11"), none, neither, "0.0.0.0"},
-        {"our own reply", Heard(2, kMac, "192.168.1.5", "192.168.1.11"), none, neither, "0.0.0.0"},
-        {"our own announcement", Heard(1, kMac, "10.0.0.7", "10.0.0.7"), none, neither, "0.0.0.0"},
-        {"a reply from no address", Heard(2, kPlc, "0.0.0.0", "192.168.1.11"), none, neither, "0.0.0.0"},
-        {"cut short", Heard(2, kPlc, "192.168.1.11", "192.168.1.11", 41), none, neither, "0.0.0.0"},
-        {"reverse ARP", With(Heard(2, kPlc, "192.168.1.11", "0.0.0.0"), 13, 0x35), none, neither, "0.0.0.0"},
-        {"operation 3", With(Heard(2, kPlc, "192.168.1.11", "0.0.0.0"), 21, 3), none, neither, "0.0.0.0"},
-        {"hardware length 8", With(Heard(2, kPlc, "192.168.1.11", "0.0.0.0"), 18, 8), none, neither, "0.0.0.0"},
+        {"an announcement", Arp(1, kPlc, "192.168.1.11", "192.168.1.11"), request, claims, "192.168.1.11"},
+        {"an unpadded announcement", Cut(Arp(1, kPlc, "10.0.0.7", "10.0.0.7"), 42), request, claims, "10.0.0.7"},
+        {"a gratuitous reply", Arp(2, kPlc, "10.0.0.7", "10.0.0.7"), reply, claims, "10.0.0.7"},
+        {"another host probing", Arp(1, kPlc, "0.0.0.0", "192.168.1.11"), ARP_CLAIM_PROBE, probe, "192.168.1.11"},
+        {"our own announcement", Arp(1, kMac, "10.0.0.7", "10.0.0.7"), none, neither, "0.0.0.0"},
+        {"a reply from no address", Arp(2, kPlc, "0.0.0.0", "192.168.1.11"), none, neither, "0.0.0.0"},
+        {"cut short", Cut(Arp(2, kPlc, "192.168.1.11", "192.168.1.11"), 41), none, neither, "0.0.0.0"},
+        {"reverse ARP", With(Arp(2, kPlc, "192.168.1.11", "0.0.0.0"), 13, 0x35), none, neither, "0.0.0.0"},
+        {"operation 3", With(Arp(2, kPlc, "192.168.1.11", "0.0.0.0"), 21, 3), none, neither, "0.0.0.0"},
+        {"hardware length 8", With(Arp(2, kPlc, "192.168.1.11", "0.0.0.0"), 18, 8), none, neither, "0.0.0.0"},
     };
     for (const auto& c : cases) {
         const ARP_CLAIM claim = ReadArpClaim(c.frame.data(), c.frame.size(), kMac);

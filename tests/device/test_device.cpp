@@ -6,7 +6,6 @@
 #include <string>
 
 using namespace GenICam::Client;
-using aictest::Dotted;
 using aictest::MakeRecord;
 using aictest::MakeSnapshot;
 
@@ -24,8 +23,8 @@ TEST(Device, SubnetRuleNeedsTheInterfaceMaskAndNetwork)
     };
     for (const auto& c : cases) {
         CDevice device(nullptr, &itf, MakeRecord(aictest::CameraAt("AIC-CAM", 0xCC, c.ip, c.mask)));
-        std::string ip = Dotted(c.ip);
-        std::string mask = Dotted(c.mask);
+        std::string ip = DottedText(c.ip);
+        std::string mask = DottedText(c.mask);
         std::string gateway = "1.2.3.4";
         EXPECT_EQ(device.IsSameSubnetWithIF(&ip[0], &mask[0], &gateway[0]), c.fits) << ip << "/" << mask;
         EXPECT_EQ(device.IsSameSubnetWithIF(), c.fits) << ip << "/" << mask;

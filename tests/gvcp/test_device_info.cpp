@@ -53,57 +53,37 @@ int InfoInt(CDeviceInfo& info, int id)
 
 } // namespace
 
+// Texts full to their width, without NUL, so a field that runs into its neighbour shows.
 TEST(DeviceInfo, DecodesEveryField)
 {
-    struct Case {
-        const char* name;
-        CameraModel model;
-        std::string id, display;
-    };
-    CameraModel plain;
-    plain.manufacturer = "Vendor";
-    plain.model = "M1";
-    plain.serial = "SN42";
-    plain.mac = {{0x00, 0x11, 0x22, 0x33, 0x44, 0x55}};
-    plain.ip = 0xC0A8010A;
-    plain.mask = 0xFFFFFF00;
-    plain.gateway = 0xC0A80101;
-    plain.featureByte = 0xA5;
-    CameraModel full = plain;
-    full.manufacturer = kFull32;
+    CameraModel full;
+    full.manufacturer = std::string(32, 'V');
     full.model = kFull32;
-    full.version = kFull32;
+    full.version = std::string(32, 'R');
     full.serial = kFull16;
-    full.userName = kFull16;
+    full.userName = std::string(16, 'U');
     full.mac = {{0xAB, 0xCD, 0xEF, 0x01, 0x02, 0xFF}};
-    full.featureByte = 0x80;
-    const Case cases[] = {
-        {"short texts", plain, "M1(00-11-22-33-44-55)", "M1(192.168.1.10[00-11-22-33-44-55])"},
-        {"full texts without NUL", full, kFull32 + "(AB-CD-EF-01-02-FF)",
-         kFull32 + "(192.168.1.10[AB-CD-EF-01-02-FF])"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        CDeviceInfo info = Decode(c.model);
-        EXPECT_EQ(info.GetID(), c.id);
-        EXPECT_EQ(InfoText(info, 0), c.id);
-        EXPECT_EQ(InfoText(info, 1), c.model.manufacturer);
-        EXPECT_EQ(InfoText(info, 2), c.model.model);
-        EXPECT_EQ(InfoText(info, 4), c.display);
-        EXPECT_EQ(InfoInt(info, 5), 0);
-        EXPECT_EQ(info.GetModelName(), c.model.model);
-        EXPECT_EQ(info.GetSN(), c.model.serial);
-        EXPECT_EQ(info.GetStrIP(), "192.168.1.10");
-        EXPECT_EQ(info.GetIntIP(), c.model.ip);
-        EXPECT_EQ(info.GetIntSubnetMask(), c.model.mask);
-        EXPECT_EQ(info.GetDevMode(), 0x80000001u);
-        EXPECT_EQ(info.GetRestartAndresetFeature(), c.model.featureByte);
-        unsigned char mac[6] = {0};
-        info.GetHexMAC(mac);
-        EXPECT_EQ(0, memcmp(mac, c.model.mac.data(), 6));
-        EXPECT_TRUE(info.IsMyMAC(c.id.substr(c.id.size() - 18, 17)));
-    }
-    EXPECT_EQ(Decode(full).GetID().size(), 32u + 2 + 17);
+    full.ip = 0xC0A8010A;
+    full.featureByte = 0xA5;
+    CDeviceInfo info = Decode(full);
+    const std::string id = kFull32 + "(AB-CD-EF-01-02-FF)";
+    EXPECT_EQ(info.GetID(), id);
+    EXPECT_EQ(InfoText(info, 0), id);
+    EXPECT_EQ(InfoText(info, 1), full.manufacturer);
+    EXPECT_EQ(InfoText(info, 2), kFull32);
+    EXPECT_EQ(InfoText(info, 4), kFull32 + "(192.168.1.10[AB-CD-EF-01-02-FF])");
+    EXPECT_EQ(InfoInt(info, 5), 0);
+    EXPECT_EQ(info.GetModelName(), kFull32);
+    EXPECT_EQ(info.GetSN(), kFull16);
+    EXPECT_EQ(info.GetStrIP(), "192.168.1.10");
+    EXPECT_EQ(info.GetIntIP(), full.ip);
+    EXPECT_EQ(info.GetIntSubnetMask(), full.mask);
+    EXPECT_EQ(info.GetDevMode(), 0x80000001u);
+    EXPECT_EQ(info.GetRestartAndresetFeature(), 0xA5);
+    unsigned char mac[6] = {0};
+    info.GetHexMAC(mac);
+    EXPECT_EQ(0, memcmp(mac, full.mac.data(), 6));
+    EXPECT_TRUE(info.IsMyMAC("AB-CD-EF-01-02-FF"));
 }
 
 TEST(DeviceInfo, IdentityIsExactAndCaseSensitive)
@@ -160,7 +140,6 @@ TEST(DeviceInfo, EqualityComparesIdentityNamesAddressesAndConfigOnly)
     EXPECT_FALSE(a == b) << "access status";
     a.SetAccessStatus(2);
     EXPECT_TRUE(a == b);
-    EXPECT_EQ(InfoInt(a, 5), 2);
 }
 
 TEST(DeviceInfo, UnknownInfoIdsRaiseOutOfRange)
@@ -173,7 +152,6 @@ TEST(DeviceInfo, UnknownInfoIdsRaiseOutOfRange)
             info.GetInfo(id, &type, nullptr, &size);
             ADD_FAILURE() << "id " << id << " answered";
         } catch (CAppException& e) {
-            EXPECT_EQ(e.GetErrorCode(), -1003);
             EXPECT_EQ(aictest::WithoutLine(e.what()),
                       "{-1003}{GetInfo:line[]}{INFO ID " + std::to_string(id) + " is out of range}");
         }

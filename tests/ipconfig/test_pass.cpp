@@ -23,17 +23,8 @@ unsigned int Ip(const char* text)
     return Cipcalc().iptolong(text);
 }
 
-GVCP_RESULT Result(GVCP_RESULT_KIND kind, uint16_t status = 0, int error = 0)
-{
-    GVCP_RESULT result;
-    result.nKind = kind;
-    result.nStatus = status;
-    result.nErrno = error;
-    return result;
-}
-
-CAMERA_OUTCOME Outcome(CAMERA_ACTION action, GVCP_RESULT move, const char* newIP = "192.168.1.11",
-                       CAMERA_NOTE note = CAMERA_NOTE_NONE)
+CAMERA_OUTCOME Outcome(CAMERA_ACTION action, GVCP_RESULT move, CAMERA_NOTE note = CAMERA_NOTE_NONE,
+                       const char* newIP = "192.168.1.11")
 {
     CAMERA_OUTCOME outcome;
     outcome.strDevID = "CAM(00-0F-31-00-00-01)";
@@ -43,6 +34,12 @@ CAMERA_OUTCOME Outcome(CAMERA_ACTION action, GVCP_RESULT move, const char* newIP
     outcome.nNewIP = Ip(newIP);
     outcome.stForceIP.stMove = move;
     return outcome;
+}
+
+// "action address reason", as every report shows an outcome.
+std::string Told(const CAMERA_OUTCOME& outcome)
+{
+    return std::string(ActionText(outcome.nAction)) + " " + DottedText(outcome.nNewIP) + " " + ReasonText(outcome);
 }
 
 SEEN_CAMERA Camera(const char* itf, const char* ip, bool available)
@@ -91,30 +88,19 @@ struct NIC {
     std::vector<const char*> cameras;
 };
 
-// In-memory interfaces with cameras, owned by the caller; camera MACs count up across interfaces.
-std::vector<std::unique_ptr<CInterface>> MakeInterfaces(const std::vector<NIC>& nics)
-{
-    std::vector<std::unique_ptr<CInterface>> interfaces;
-    int n = 0;
-    for (const NIC& nic : nics) {
-        interfaces.emplace_back(new CInterface(aictest::MakeSnapshot(nic.name, Ip(nic.ip), Ip(nic.mask)), nullptr));
-        for (const char* ip : nic.cameras) {
-            ++n;
-            const aictest::CameraModel model = aictest::CameraAt("CAM" + std::to_string(n), n, Ip(ip));
-            interfaces.back()->GetDeviceList()->push_back(
-                new CDevice(nullptr, interfaces.back().get(), aictest::MakeRecord(model)));
-        }
-    }
-    return interfaces;
-}
-
 // One dry-run pass as the driver makes it, searches overlapping: "interface MAC action address reason" per camera.
 std::vector<std::string> RunPass(const PASS_OPTIONS& options, const std::vector<NIC>& nics)
 {
-    const std::vector<std::unique_ptr<CInterface>> owned = MakeInterfaces(nics);
+    std::vector<std::unique_ptr<CInterface>> owned;
     std::vector<CInterface*> interfaces;
-    for (const auto& itf : owned) {
-        interfaces.push_back(itf.get());
+    uint8_t n = 0;  // camera MACs count up across interfaces
+    for (const NIC& nic : nics) {
+        owned.emplace_back(new CInterface(aictest::MakeSnapshot(nic.name, Ip(nic.ip), Ip(nic.mask)), nullptr));
+        interfaces.push_back(owned.back().get());
+        for (const char* ip : nic.cameras) {
+            ++n;
+            aictest::AddCamera(interfaces.back(), aictest::CameraAt("CAM" + std::to_string(n), n, Ip(ip)));
+        }
     }
     CIPConfigAllDevices::Clear();
     CConfigPass pass(options);
@@ -133,9 +119,7 @@ std::vector<std::string> RunPass(const PASS_OPTIONS& options, const std::vector<
     std::vector<std::string> lines;
     for (const INTERFACE_REPORT& itf : pass.Settle(SeeInterfaces(interfaces))) {
         for (const CAMERA_REPORT& camera : itf.vecCamera) {
-            lines.push_back(itf.stInterface.strName + " " + camera.stCamera.strMAC + " " +
-                            ActionText(camera.stOutcome.nAction) + " " + DottedText(camera.stOutcome.nNewIP) + " " +
-                            ReasonText(camera.stOutcome));
+            lines.push_back(itf.stInterface.strName + " " + camera.stCamera.strMAC + " " + Told(camera.stOutcome));
         }
     }
     return lines;
@@ -150,36 +134,30 @@ TEST(CameraOutcome, ReasonTextPerOutcome)
         const char* action;
         std::string reason;
     } cases[] = {
-        {Outcome(CAMERA_PLANNED, Result(GVCP_RESULT_NOT_RUN)), "planned", "dry run: nothing sent"},
-        {Outcome(CAMERA_MOVED, Result(GVCP_RESULT_OK)), "moved", ""},
-        {Outcome(CAMERA_MOVED, Result(GVCP_RESULT_NO_ANSWER)), "moved", ""},
-        {Outcome(CAMERA_FAILED, Result(GVCP_RESULT_REFUSED, 0x8001)), "failed", "command not implemented (status 0x8001)"},
-        {Outcome(CAMERA_FAILED, Result(GVCP_RESULT_REFUSED, 0x8002)), "failed", "refused (status 0x8002)"},
-        {Outcome(CAMERA_FAILED, Result(GVCP_RESULT_NO_ANSWER)), "failed", "no answer"},
-        {Outcome(CAMERA_FAILED, Result(GVCP_RESULT_BAD_ACK)), "failed", "no valid acknowledge"},
-        {Outcome(CAMERA_FAILED, Result(GVCP_RESULT_SEND_FAILED, 0, ENETUNREACH)), "failed",
+        {Outcome(CAMERA_PLANNED, {}), "planned", "dry run: nothing sent"},
+        {Outcome(CAMERA_MOVED, {GVCP_RESULT_OK}), "moved", ""},
+        {Outcome(CAMERA_MOVED, {GVCP_RESULT_NO_ANSWER}), "moved", ""},
+        {Outcome(CAMERA_FAILED, {GVCP_RESULT_REFUSED, 0x8001}), "failed", "command not implemented (status 0x8001)"},
+        {Outcome(CAMERA_FAILED, {GVCP_RESULT_REFUSED, 0x8002}), "failed", "refused (status 0x8002)"},
+        {Outcome(CAMERA_FAILED, {GVCP_RESULT_NO_ANSWER}), "failed", "no answer"},
+        {Outcome(CAMERA_FAILED, {GVCP_RESULT_BAD_ACK}), "failed", "no valid acknowledge"},
+        {Outcome(CAMERA_FAILED, {GVCP_RESULT_SEND_FAILED, 0, ENETUNREACH}), "failed",
          "force-IP not sent: Network is unreachable"},
-        {Outcome(CAMERA_FAILED, Result(GVCP_RESULT_SOCKET_FAILED, 0, EACCES)), "failed",
+        {Outcome(CAMERA_FAILED, {GVCP_RESULT_SOCKET_FAILED, 0, EACCES}), "failed",
          "force-IP not sent: Permission denied"},
-        {Outcome(CAMERA_FAILED, Result(GVCP_RESULT_NOT_RUN)), "failed", "force-IP not sent"},
-        {Outcome(CAMERA_FAILED, Result(GVCP_RESULT_STOPPED)), "failed", "stopped before an answer"},
-        {Outcome(CAMERA_FAILED, Result(GVCP_RESULT_OK), "192.168.1.11", CAMERA_NOTE_NOT_AT_NEW_ADDRESS), "failed",
+        {Outcome(CAMERA_FAILED, {}), "failed", "force-IP not sent"},
+        {Outcome(CAMERA_FAILED, {GVCP_RESULT_STOPPED}), "failed", "stopped before an answer"},
+        {Outcome(CAMERA_FAILED, {GVCP_RESULT_OK}, CAMERA_NOTE_NOT_AT_NEW_ADDRESS), "failed",
          "acknowledged, but not at the new address"},
-        {Outcome(CAMERA_LOST, Result(GVCP_RESULT_OK)), "lost", "no answer at the new address"},
-        {Outcome(CAMERA_LOST, Result(GVCP_RESULT_NOT_RUN), "0.0.0.0"), "lost", "no answer since the first discovery"},
-        {Outcome(CAMERA_NO_ADDRESS, Result(GVCP_RESULT_NOT_RUN), "0.0.0.0"), "kept",
-         "no free address for every camera of this interface"},
-        {Outcome(CAMERA_KEPT, Result(GVCP_RESULT_NOT_RUN), "0.0.0.0"), "kept", ""},
-        {Outcome(CAMERA_KEPT, Result(GVCP_RESULT_NOT_RUN), "0.0.0.0", CAMERA_NOTE_INTERFACE_NO_ADDRESS), "kept",
-         "interface has no address"},
-        {Outcome(CAMERA_KEPT, Result(GVCP_RESULT_NOT_RUN), "0.0.0.0", CAMERA_NOTE_INTERFACE_LINK_LOCAL), "kept",
-         "interface is link-local"},
-        {Outcome(CAMERA_KEPT, Result(GVCP_RESULT_NOT_RUN), "0.0.0.0", CAMERA_NOTE_INTERFACE_UNREADABLE), "kept",
-         "interface could not be read"},
-        {Outcome(CAMERA_KEPT, Result(GVCP_RESULT_NOT_RUN), "0.0.0.0", CAMERA_NOTE_NOT_SEEN_BEFORE), "kept",
-         "not seen before the configuration"},
-        {Outcome(CAMERA_KEPT, Result(GVCP_RESULT_NOT_RUN), "0.0.0.0", CAMERA_NOTE_CHANGED_ADDRESS), "kept",
-         "changed its address during the run"},
+        {Outcome(CAMERA_LOST, {GVCP_RESULT_OK}), "lost", "no answer at the new address"},
+        {Outcome(CAMERA_LOST, {}, CAMERA_NOTE_NONE, "0.0.0.0"), "lost", "no answer since the first discovery"},
+        {Outcome(CAMERA_NO_ADDRESS, {}), "kept", "no free address for every camera of this interface"},
+        {Outcome(CAMERA_KEPT, {}), "kept", ""},
+        {Outcome(CAMERA_KEPT, {}, CAMERA_NOTE_INTERFACE_NO_ADDRESS), "kept", "interface has no address"},
+        {Outcome(CAMERA_KEPT, {}, CAMERA_NOTE_INTERFACE_LINK_LOCAL), "kept", "interface is link-local"},
+        {Outcome(CAMERA_KEPT, {}, CAMERA_NOTE_INTERFACE_UNREADABLE), "kept", "interface could not be read"},
+        {Outcome(CAMERA_KEPT, {}, CAMERA_NOTE_NOT_SEEN_BEFORE), "kept", "not seen before the configuration"},
+        {Outcome(CAMERA_KEPT, {}, CAMERA_NOTE_CHANGED_ADDRESS), "kept", "changed its address during the run"},
     };
     for (const auto& c : cases) {
         EXPECT_STREQ(ActionText(c.outcome.nAction), c.action) << c.reason;
@@ -198,19 +176,19 @@ TEST(CameraOutcome, SettleJudgesEachCameraByWhereItAnswers)
         bool interfaceGone;
         std::string expected;  // action, shown address, reason
     } cases[] = {
-        {"acknowledge lost, camera moved", CAMERA_FAILED, Result(GVCP_RESULT_NO_ANSWER), "192.168.1.11", false,
+        {"acknowledge lost, camera moved", CAMERA_FAILED, {GVCP_RESULT_NO_ANSWER}, "192.168.1.11", false,
          "moved 192.168.1.11 "},
-        {"acknowledged, answers at the old address", CAMERA_SENT, Result(GVCP_RESULT_OK), "10.0.0.7", false,
+        {"acknowledged, answers at the old address", CAMERA_SENT, {GVCP_RESULT_OK}, "10.0.0.7", false,
          "failed 192.168.1.11 acknowledged, but not at the new address"},
-        {"refused, answers at the old address", CAMERA_FAILED, Result(GVCP_RESULT_REFUSED, 0x8006), "10.0.0.7", false,
+        {"refused, answers at the old address", CAMERA_FAILED, {GVCP_RESULT_REFUSED, 0x8006}, "10.0.0.7", false,
          "failed 192.168.1.11 refused (status 0x8006)"},
-        {"sent, interface gone", CAMERA_SENT, Result(GVCP_RESULT_OK), nullptr, true,
+        {"sent, interface gone", CAMERA_SENT, {GVCP_RESULT_OK}, nullptr, true,
          "lost 192.168.1.11 no answer at the new address"},
-        {"send failed, interface gone", CAMERA_FAILED, Result(GVCP_RESULT_SEND_FAILED, 0, ENODEV), nullptr, true,
+        {"send failed, interface gone", CAMERA_FAILED, {GVCP_RESULT_SEND_FAILED, 0, ENODEV}, nullptr, true,
          "failed 192.168.1.11 force-IP not sent: No such device"},
-        {"refused, then gone", CAMERA_FAILED, Result(GVCP_RESULT_REFUSED, 0x8002), nullptr, false,
+        {"refused, then gone", CAMERA_FAILED, {GVCP_RESULT_REFUSED, 0x8002}, nullptr, false,
          "lost 0.0.0.0 no answer since the first discovery"},
-        {"never selected, interface gone", CAMERA_KEPT, Result(GVCP_RESULT_NOT_RUN), nullptr, true,
+        {"never selected, interface gone", CAMERA_KEPT, {}, nullptr, true,
          "lost 0.0.0.0 no answer since the first discovery"},
     };
     for (const auto& c : cases) {
@@ -230,59 +208,27 @@ TEST(CameraOutcome, SettleJudgesEachCameraByWhereItAnswers)
         ASSERT_EQ(report.size(), 1u) << c.name;
         EXPECT_EQ(report[0].bGone, c.interfaceGone) << c.name;
         ASSERT_EQ(report[0].vecCamera.size(), 1u) << c.name;
-        const CAMERA_OUTCOME& outcome = report[0].vecCamera[0].stOutcome;
-        EXPECT_EQ(std::string(ActionText(outcome.nAction)) + " " + DottedText(outcome.nNewIP) + " " +
-                      ReasonText(outcome),
-                  c.expected)
-            << c.name;
+        EXPECT_EQ(Told(report[0].vecCamera[0].stOutcome), c.expected) << c.name;
     }
 }
 
-TEST(ConfigPass, SecondPassInOneProcessGivesWhatAFreshProcessGives)
+// Conflict searches of one subnet take turns, of different subnets overlap; a later pass is as a fresh process's.
+TEST(ConfigPass, SearchesOverlapPerSubnetAndASecondPassGivesWhatAFreshProcessGives)
 {
     PASS_OPTIONS dry;
     dry.bDryRun = true;
     PASS_OPTIONS conflicts = dry;
     conflicts.bCheckConflicts = true;
-    const std::vector<NIC> first = {{"eth0", "192.168.1.5", "255.255.255.0", {"10.0.0.7", "0.0.0.0"}}};
-    const std::vector<NIC> second = {{"eth1", "192.168.1.6", "255.255.255.0", {"10.0.0.9"}}};
-    const std::vector<std::string> alone = RunPass(dry, second);
+    const std::vector<NIC> later = {{"eth1", "192.168.1.6", "255.255.255.0", {"10.0.0.9"}}};
+    const std::vector<std::string> alone = RunPass(dry, later);
     EXPECT_EQ(alone, std::vector<std::string>({"eth1 00-11-1C-01-02-01 planned 192.168.1.11 dry run: nothing sent"}));
-    RunPass(conflicts, first);
-    EXPECT_EQ(RunPass(dry, second), alone);
-}
-
-TEST(ConfigPass, SearchesOfDifferentSubnetsOverlapAndOfOneSubnetTakeTurns)
-{
-    const struct {
-        const char* name;
-        std::vector<NIC> nics;
-        int most;  // searches probing at once
-        std::vector<std::string> planned;
-    } cases[] = {
-        {"three subnets",
-         {{"eth0", "192.168.1.5", "255.255.255.0", {"10.0.0.7"}},
-          {"eth1", "192.168.2.5", "255.255.255.0", {"10.0.0.8"}},
-          {"eth2", "10.1.0.5", "255.255.0.0", {"10.0.0.9"}}},
-         3,
-         {"eth0 00-11-1C-01-02-01 planned 192.168.1.11 dry run: nothing sent",
-          "eth1 00-11-1C-01-02-02 planned 192.168.2.11 dry run: nothing sent",
-          "eth2 00-11-1C-01-02-03 planned 10.1.0.11 dry run: nothing sent"}},
-        {"two share a subnet",
-         {{"eth0", "192.168.1.5", "255.255.255.0", {"10.0.0.7"}},
-          {"eth1", "192.168.1.6", "255.255.255.0", {"10.0.0.8"}},
-          {"eth2", "10.1.0.5", "255.255.0.0", {"10.0.0.9"}}},
-         2,
-         {"eth0 00-11-1C-01-02-01 planned 192.168.1.11 dry run: nothing sent",
-          "eth1 00-11-1C-01-02-02 planned 192.168.1.12 dry run: nothing sent",
-          "eth2 00-11-1C-01-02-03 planned 10.1.0.11 dry run: nothing sent"}},
-    };
-    PASS_OPTIONS options;
-    options.bDryRun = true;
-    options.bCheckConflicts = true;
-    for (const auto& c : cases) {
-        CountingProber::ms_most = 0;
-        EXPECT_EQ(RunPass(options, c.nics), c.planned) << c.name;
-        EXPECT_EQ(CountingProber::ms_most.load(), c.most) << c.name;
-    }
+    CountingProber::ms_most = 0;
+    EXPECT_EQ(RunPass(conflicts, {{"eth0", "192.168.1.5", "255.255.255.0", {"10.0.0.7"}},
+                                  {"eth1", "192.168.1.6", "255.255.255.0", {"10.0.0.8"}},
+                                  {"eth2", "10.1.0.5", "255.255.0.0", {"10.0.0.9"}}}),
+              std::vector<std::string>({"eth0 00-11-1C-01-02-01 planned 192.168.1.11 dry run: nothing sent",
+                                        "eth1 00-11-1C-01-02-02 planned 192.168.1.12 dry run: nothing sent",
+                                        "eth2 00-11-1C-01-02-03 planned 10.1.0.11 dry run: nothing sent"}));
+    EXPECT_EQ(CountingProber::ms_most.load(), 2);
+    EXPECT_EQ(RunPass(dry, later), alone);
 }

@@ -1,23 +1,18 @@
 #pragma once
 
+#include "common/ipcalc.h"
+#include "device/Device.h"
+#include "device/Interface.h"
 #include "device/InterfaceInfo.h"
 #include "gvcp/DeviceInfo.h"
 #include "support/Packets.h"
 
-#include <arpa/inet.h>
 #include <boost/shared_ptr.hpp>
 #include <cstdio>
 #include <cstring>
 #include <string>
 
 namespace aictest {
-
-inline std::string Dotted(uint32_t ip)
-{
-    in_addr address;
-    address.s_addr = htonl(ip);
-    return inet_ntoa(address);
-}
 
 // A host interface record as the enumerator makes it, MAC 02-00-00-00-00-<macLast>.
 inline GenICam::Client::NIC_INFO MakeNic(const std::string& name, uint32_t ip, uint32_t mask, uint8_t macLast = 0x01)
@@ -26,8 +21,8 @@ inline GenICam::Client::NIC_INFO MakeNic(const std::string& name, uint32_t ip, u
     nic.vecIntIP = {ip};
     nic.vecIntSubnetMask = {mask};
     nic.vecIntGateway = {0};
-    nic.vecStrIP = {Dotted(ip)};
-    nic.vecStrSubnetMask = {Dotted(mask)};
+    nic.vecStrIP = {DottedText(ip)};
+    nic.vecStrSubnetMask = {DottedText(mask)};
     nic.vecStrGateway = {"0.0.0.0"};
     nic.aHexMAC[0] = 0x02;
     nic.aHexMAC[5] = macLast;
@@ -63,6 +58,12 @@ inline boost::shared_ptr<GenICam::Client::CDeviceInfo> MakeRecord(const CameraMo
     GenICam::Client::ZQ_DISCOVERY_ACK ack;
     memcpy(&ack, bytes.data(), sizeof(ack));
     return boost::shared_ptr<GenICam::Client::CDeviceInfo>(new GenICam::Client::CDeviceInfo(ack));
+}
+
+// Hands the interface a camera as discovery would have; the interface owns it.
+inline void AddCamera(GenICam::Client::CInterface* itf, const CameraModel& model)
+{
+    itf->GetDeviceList()->push_back(new GenICam::Client::CDevice(nullptr, itf, MakeRecord(model)));
 }
 
 } // namespace aictest

@@ -25,8 +25,6 @@ ETH0, CAM1 = "192.168.10.5", "172.16.0.5"
 IN, OUT, REFUSE = "00-0F-31-10-00-01", "00-0F-31-10-00-02", "00-0F-31-10-00-03"
 IN2, ZERO = "00-0F-31-20-00-01", "00-0F-31-20-00-02"
 NEW_IP = "192.168.10.11"
-LATE, LATE_IP = "00-0F-31-10-00-04", "192.168.10.22"
-SECOND = "192.168.77.5"
 
 
 # --- client half: a throwaway GVCP host, written apart from the simulator ----
@@ -138,60 +136,6 @@ def check_registers():
     host.close()
 
 
-def check_arp():
-    """Ordinary requests for a camera's address are answered; the tool's probe frame is not."""
-    eth0_mac = bytes.fromhex("020000000101")
-    probe_dst = b"\xff" * 5 + b"\x00"
-    cases = [  # destination MAC, sender IP, target IP, MAC expected to answer
-        (b"\xff" * 6, ETH0, "192.168.10.20", mac_raw(IN)),
-        (probe_dst, "192.168.10.20", ETH0, None),
-        (probe_dst, NEW_IP, ETH0, None),
-    ]
-    raw = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(0x0806))
-    raw.bind(("eth0", 0))
-    for dst, sender, target, answer in cases:
-        raw.send((dst + eth0_mac + struct.pack("!HHHBBH", 0x0806, 1, 0x0800, 6, 4, 1) + eth0_mac
-                  + socket.inet_aton(sender) + bytes(6) + socket.inet_aton(target)).ljust(60, b"\0"))
-        replies = []
-        while select.select([raw], [], [], 0.2)[0]:
-            frame = raw.recv(100)
-            if frame[20:22] == b"\x00\x02" and frame[6:12] != eth0_mac:
-                replies.append(frame[22:28])
-        assert replies == ([answer] if answer else []), (target, replies)
-    raw.close()
-
-
-def check_second_host():
-    """A second host on eth0's link, in a subnet of its own, hears the same cameras."""
-    out = subprocess.run(["ip", "netns", "exec", os.environ["GVLAB_SECOND_HOST_NS"], PYTHON, __file__, "--second"],
-                         capture_output=True, text=True, timeout=10).stdout
-    assert out.split() == [IN, OUT, REFUSE], out
-
-
-def check_plug():
-    """A camera plugged in announces its address (RFC 5227) and answers; unplugged it is silent."""
-    control = os.path.join(os.environ["GVLAB_RECORD_DIR"], "eth0.ctl")
-    raw = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(0x0806))
-    raw.bind(("eth0", 0))
-    assert LATE not in discover(ETH0, 0x1240)
-    for line in (f"plug {LATE}", f"unplug {LATE}"):
-        with open(control, "w", encoding="ascii") as f:
-            f.write(line + "\n")
-        time.sleep(0.1)
-        if line.startswith("plug"):
-            announced = []
-            while select.select([raw], [], [], 0.5)[0]:
-                frame = raw.recv(100)
-                if frame[22:28] == mac_raw(LATE):
-                    announced.append((frame[:6], frame[20:22], frame[28:32], frame[32:38], frame[38:42]))
-            address = socket.inet_aton(LATE_IP)
-            assert announced[:1] == [(b"\xff" * 6, b"\x00\x01", address, bytes(6), address)], announced
-            assert discover(ETH0, 0x1241)[LATE] == (LATE_IP, "SIM-LATE", "unicast")
-        else:
-            assert LATE not in discover(ETH0, 0x1242)
-    raw.close()
-
-
 def check_host():
     """Stock settings, strict filtering only where the scenario asks (SIM-OUT passes by the gateway)."""
     def conf(name, key):
@@ -215,8 +159,7 @@ def inside():
     while "Capturing on" not in tshark.stderr.readline():
         pass
     try:
-        for check in (check_host, check_aravis, check_second_host, check_arp, check_discovery_rules, check_registers,
-                      check_force_ip, check_plug):
+        for check in (check_host, check_aravis, check_discovery_rules, check_registers, check_force_ip):
             check()
             print("ok", check.__name__, flush=True)
     finally:
@@ -243,25 +186,20 @@ def lab(scenario, *extra, timeout=120, interrupt_after=None):
 
 
 def test_lifecycle():
-    """Exit codes pass through; timeouts, signals and failures leave nothing behind."""
+    """Timeouts, signals and failures have their exit codes and leave nothing behind."""
     work = tempfile.mkdtemp()
-    bad, no_raw, bad_sysctl = (os.path.join(work, name) for name in ("bad.json", "no_raw.json", "sysctl.json"))
+    bad, bad_sysctl = os.path.join(work, "bad.json"), os.path.join(work, "sysctl.json")
     for path, scenario in ((bad, {"interfaces": [  # the simulator of the second link refuses it
             {"name": "eth0"}, {"name": "eth1", "cameras": [{"mac": "1:2:3:4:5:6", "colour": 1}]}]}),
-            (no_raw, {"interfaces": [{"name": "eth0"}], "no_net_raw": True}),
             (bad_sysctl, {"interfaces": [{"name": "eth0"}], "host_sysctls": {"net/ipv4/conf/all/no_such_key": 1}})):
         with open(path, "w", encoding="utf-8") as f:
             json.dump(scenario, f)
-    raw_socket = "import socket; socket.socket(socket.AF_PACKET, socket.SOCK_RAW)"
     cases = [  # scenario, extra arguments, interrupt after, expected exit code
-        ("lab_selftest.json", ("--", "sh", "-c", "exit 7"), None, 7),
         ("lab_selftest.json", ("--timeout", "1", "--", "sleep", "30"), None, 124),
         ("lab_selftest.json", ("--", "sleep", "30"), 1.5, 130),
         ("lab_selftest.json", ("--", "/nonexistent/command"), None, 1),
         (bad, ("--", "true"), None, 125),
         (bad_sysctl, ("--", "true"), None, 125),
-        ("lab_selftest.json", ("--", PYTHON, "-c", raw_socket), None, 0),
-        (no_raw, ("--", PYTHON, "-c", raw_socket), None, 1),
     ]
     for scenario, extra, interrupt_after, expected in cases:
         code, _, err, leftovers = lab(scenario, *extra, interrupt_after=interrupt_after)
@@ -272,27 +210,12 @@ def test_lifecycle():
 
 def test_exchanges():
     with tempfile.TemporaryDirectory() as tmp:
-        capture, record = os.path.join(tmp, "gvcp.pcapng"), os.path.join(tmp, "record.jsonl")
+        capture = os.path.join(tmp, "gvcp.pcapng")
         os.chmod(tmp, 0o777)  # dumpcap may drop privileges before writing
-        code, out, _, leftovers = lab("lab_selftest.json", "--record", record, "--",
-                                      PYTHON, os.path.abspath(__file__), "--inside", capture)
+        code, out, _, leftovers = lab("lab_selftest.json", "--", PYTHON, os.path.abspath(__file__), "--inside", capture)
         print(out, end="")
         assert code == 0 and not leftovers, (code, leftovers)
-        check_record(record)
         check_tshark(capture)
-
-
-def check_record(path):
-    with open(path, encoding="utf-8") as f:
-        entries = [json.loads(line) for line in f]
-    force = [e for e in entries if e["cmd"] == "forceip_ex"]
-    assert [(e["camera"], e["fields"]["ip"], e["fields"]["ipconfig"], e["answer"]["status"])
-            for e in force] == [(OUT, NEW_IP, 5, 0), (REFUSE, NEW_IP, 5, 0x8002)]
-    restart, = [e for e in entries if e["cmd"] == "forceip"]
-    assert (restart["camera"], restart["fields"]["ip"], restart["iface"]) == (OUT, "0.0.0.0", "eth0")
-    assert {e["iface"] for e in entries if e["cmd"] == "discovery"} >= {"eth0", "second:eth0"}
-    assert [(e["cmd"], e["camera"]) for e in entries if e["cmd"] in ("plug", "unplug")] == [
-        ("plug", LATE), ("unplug", LATE)]
 
 
 def check_tshark(capture):
@@ -317,8 +240,6 @@ def main():
                  f"tshark); missing: {missing or 'root'}")
     if sys.argv[1:2] == ["--inside"]:
         return inside()
-    if sys.argv[1:2] == ["--second"]:
-        return print(" ".join(sorted(discover(SECOND, 0x3456, "192.168.77.255"))))
     tests = [test_lifecycle, test_exchanges]
     for test in tests:
         test()

@@ -236,7 +236,7 @@ void CWatcher::__Pass()
         PASS_OPTIONS options = PassOptionsOf(m_stOptions);
         options.bOnlyListed = true;
         options.vecOnlyMAC = work;
-        options.vecAlsoTaken = m_state.KnownAddresses();
+        options.vecAlsoTaken = m_state.KnownAddresses(work);
         CConfigPass pass(options);
         pass.RecordSeen(seen);
         ConfigAllDevices(pass);

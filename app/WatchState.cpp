@@ -59,11 +59,13 @@ size_t CWatchState::CameraCount() const
     return m_mapCameras.size();
 }
 
-std::vector<uint32_t> CWatchState::KnownAddresses() const
+std::vector<uint32_t> CWatchState::KnownAddresses(const std::vector<std::string>& worked) const
 {
     std::vector<uint32_t> addresses;
     for (const auto& camera : m_mapCameras) {
-        addresses.push_back(camera.second.stSeen.nIP);
+        if (std::find(worked.begin(), worked.end(), camera.first) == worked.end()) {
+            addresses.push_back(camera.second.stSeen.nIP);
+        }
     }
     return addresses;
 }

@@ -71,8 +71,9 @@ public:
                                      uint64_t nowMs, uint64_t wallMs);
 
     size_t CameraCount() const;
-    // Where every remembered camera was last seen: taken, also while a camera misses a pass.
-    std::vector<uint32_t> KnownAddresses() const;
+    // Where every remembered camera was last seen: taken, also while a camera misses a pass; a camera
+    // worked on may get its own back (one that cannot store it comes back at it after a power cycle).
+    std::vector<uint32_t> KnownAddresses(const std::vector<std::string>& worked) const;
 
 private:
     enum CAMERA_STATE { STATE_FINE, STATE_PENDING, STATE_PLANNED, STATE_FAILED, STATE_CONTESTED };

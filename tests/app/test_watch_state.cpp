@@ -189,3 +189,13 @@ TEST(WatchState, CameraPassedBackAndForthIsLeftAloneForTenMinutes)
                   "moved A 10.0.0.7->192.168.1.11");
     }
 }
+
+TEST(WatchState, CameraWorkedOnMayGetItsOwnAddressBack)
+{
+    CWatchState state;
+    WATCH_PASS_VIEW view{{"eth0"}, true, {Seen("A", "10.0.0.7"), Seen("B", "192.168.1.20")}};
+    state.EndPass(view, {Did("A", WATCH_OUTCOME_MOVED, "192.168.1.11")}, 0, 0);
+    // A lost its address in a power cycle; B's stays taken, A's own is free for it again
+    EXPECT_EQ(state.KnownAddresses({"A"}), std::vector<uint32_t>{0xC0A80114});
+    EXPECT_EQ(state.KnownAddresses({}), (std::vector<uint32_t>{0xC0A8010B, 0xC0A80114}));
+}

@@ -10,10 +10,11 @@ A case file is a lab scenario (its "interfaces", maybe "second_host") plus:
   "events":    events expected in this order (others may come between): the fields each must carry,
                a field {"re": PATTERN} matched by search, "by": at most that many seconds after the
                start, "after": at least that many
-  "never":     fields of events that must not appear
+  "never":     fields of events that must not appear ("after": not from that many seconds on)
 Optional: "exit" (status, default 0) within "exit_within_s" (default 1.0) of the signal, "stderr"
 (the tool's lines, default none), "forceip_ex"/"forceip" (every such command, as the end-to-end
-cases write them), "commands_at_most" ({"forceip_ex": 3}: no flood). Every line on stdout must be a
+cases write them), "commands_at_most" ({"forceip_ex": 3}: no flood), "final" (registers at the end, as
+there). Every line on stdout must be a
 JSON object with "time" (RFC 3339, UTC, milliseconds), "event" and "interface".
 
 usage: run_watch.py --tool PATH CASE.json
@@ -159,7 +160,8 @@ def event_problems(case, events):
                             f"[{wanted.get('after', 0)}, {wanted.get('by', 'end')}]")
         start = found + 1
     for unwanted in case.get("never", []):
-        problems += [f"unexpected event at {at} s: {event}" for at, event in events if matches(event, unwanted)]
+        problems += [f"unexpected event at {at} s: {event}" for at, event in events
+                     if matches(event, unwanted) and at >= unwanted.get("after", 0)]
     return problems
 
 
@@ -173,6 +175,7 @@ def record_problems(case, record):
         count = len(run_case.received(record, name))
         if count > most:
             problems.append(f"{count} {name} commands, at most {most} expected")
+    run_case.final_problems(case, record, problems)
     return problems
 
 

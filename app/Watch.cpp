@@ -200,6 +200,9 @@ bool CWatcher::__FirstPass()
     }
     SEEN_MODEL first;
     const RUN_RESULT* result = RunSequence(m_stOptions, pass, &first);
+    if (result == &kStopped) {
+        return true;
+    }
     if (!m_stOptions.bJson) {
         printf("%s", result->szText);
     } else if (result != &kFinished) {

@@ -13,9 +13,11 @@ A case file is a lab scenario (its "interfaces", maybe "second_host") plus:
   "never":     fields of events that must not appear ("after": not from that many seconds on)
 Optional: "exit" (status, default 0) within "exit_within_s" (default 1.0) of the signal, "stderr"
 (the tool's lines, default none), "forceip_ex"/"forceip" (every such command, as the end-to-end
-cases write them), "commands_at_most" ({"forceip_ex": 3}: no flood), "final" (registers at the end, as
-there). Every line on stdout must be a
-JSON object with "time" (RFC 3339, UTC, milliseconds), "event" and "interface".
+cases write them), "commands_at_most" ({"forceip_ex": 3}: no flood), "final" (registers at the end,
+as there). Every line on stdout must be a JSON object with "time" (RFC 3339, UTC, milliseconds),
+"event" and "interface". With "text": true the tool runs without --json: stdout starts with the
+"stdout_first" lines (the progress line written "<dots>"), then every line starts with the time, and
+"events"/"never" match {"line": {"re": ...}}.
 
 usage: run_watch.py --tool PATH CASE.json
 """
@@ -147,6 +149,17 @@ def parsed_events(lines, problems):
     return events
 
 
+def text_events(case, lines, problems):
+    """Without --json: the report as a plain run prints it, then one time-stamped line per event."""
+    report = case["stdout_first"]
+    run_case.compare("report", report, run_case.normalised("\n".join(line for _, line in lines[:len(report)]))[0],
+                     problems)
+    events = [(at, {"line": line}) for at, line in lines[len(report):]]
+    problems += [f"event line without a time at {at} s: {e['line']}" for at, e in events
+                 if not TIME.match(e["line"].split(" ")[0])]
+    return events
+
+
 def event_problems(case, events):
     problems, start = [], 0
     for wanted in case.get("events", []):
@@ -181,7 +194,8 @@ def record_problems(case, record):
 
 def check(case, result, record):
     problems = list(result["problems"])
-    problems += event_problems(case, parsed_events(result["lines"], problems))
+    read = text_events if case.get("text") else lambda _, lines, problems: parsed_events(lines, problems)
+    problems += event_problems(case, read(case, result["lines"], problems))
     if result["exit"] != case.get("exit", 0):
         problems.append(f"exit status {result['exit']}")
     if result["signalled"] is not None and result["exited"] - result["signalled"] > case.get("exit_within_s", 1.0):
@@ -195,7 +209,8 @@ def main(argv):
     if argv[:1] == ["--drive"]:
         return drive(argv[1], argv[2], argv[3:])
     args, case = run_case.tool_and_case(argv, __doc__.splitlines()[0])
-    tool = [os.path.abspath(args.tool), "--watch", "--json", "--interval", str(case.get("interval", 10))]
+    tool = [os.path.abspath(args.tool), "--watch", *([] if case.get("text") else ["--json"]),
+            "--interval", str(case.get("interval", 10))]
     last = max([a["at"] for a in case.get("actions", [])] + [0])
     with tempfile.TemporaryDirectory(prefix="aic-watch-") as work:
         record, result_path = os.path.join(work, "record.jsonl"), os.path.join(work, "result.json")

@@ -184,12 +184,6 @@ GVCP_RESULT ForceExchange(FORCE_ENDPOINTS& endpoints, bool unicastToo, void* pac
     return sent;
 }
 
-// " (status 0x8002)" for a refusing acknowledge; nothing when none came.
-std::string StatusText(uint16_t status)
-{
-    return status == 0 ? std::string() : Helper::MsgComposer(" (status 0x%04X)", status);
-}
-
 // Runs one command, turning whatever it raises into false and a text.
 template <typename Command>
 bool Guarded(Command command, std::string& error)
@@ -452,9 +446,9 @@ bool CDevice::SetForceIPEx(char const* ip, char const* mask, char const* gateway
         },
         error);
     if (!ok) {
-        Helper::Diag("%s: 0x9000 %s/%s not taken%s: %s", __DiagName().c_str(), ip, mask,
-                     StatusText(m_stForceIP.stMove.nStatus).c_str(), error.c_str());
         __NoteUnsentMove();
+        Helper::Diag("%s: 0x9000 %s/%s not taken: %s", __DiagName().c_str(), ip, mask,
+                     ForceIPText(m_stForceIP.stMove).c_str());
     }
     return ok;
 }
@@ -466,9 +460,9 @@ bool CDevice::SetStandardForceIP(unsigned int ip, unsigned int mask, unsigned in
     m_stForceIP = FORCEIP_OUTCOME();
     const std::string name = __DiagName();
     if (!Guarded([&] { __SendStaticForceIPCmd(ip, mask, gateway); }, error)) {
-        Helper::Diag("%s: FORCEIP %s/%s not taken%s: %s", name.c_str(), DottedText(ip).c_str(),
-                     DottedText(mask).c_str(), StatusText(m_stForceIP.stMove.nStatus).c_str(), error.c_str());
         __NoteUnsentMove();
+        Helper::Diag("%s: FORCEIP %s/%s not taken: %s", name.c_str(), DottedText(ip).c_str(),
+                     DottedText(mask).c_str(), ForceIPText(m_stForceIP.stMove).c_str());
         return false;
     }
     Helper::Diag("%s: FORCEIP %s/%s acknowledged (valid until it restarts)", name.c_str(), DottedText(ip).c_str(),
@@ -571,7 +565,7 @@ bool CDevice::_StorePersistentIP(unsigned int ip, unsigned int mask, unsigned in
         store = GuardedResult([&] { WritePersistent(*port, wanted, name); }, error);
     }
     if (!store.IsOk()) {
-        Helper::Diag("%s: not stored: %s", name.c_str(), error.c_str());
+        Helper::Diag("%s: not stored: %s", name.c_str(), GvcpResultText(store).c_str());
     }
     // A request that timed out may still have given us control; a refused one (0x8006) did not.
     if (asked && !refused) {
@@ -590,7 +584,7 @@ GVCP_RESULT CDevice::__GiveControlBack(CGVCPCtrlPort& port, const std::string& n
     if (result.IsOk()) {
         Helper::Diag("%s: WRITEREG 0x0A00 = 0x0 (control given back)", name.c_str());
     } else {
-        Helper::Diag("%s: control not given back: %s", name.c_str(), error.c_str());
+        Helper::Diag("%s: control not given back: %s", name.c_str(), GvcpResultText(result).c_str());
     }
     return result;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 namespace GenICam {
 namespace Client {
@@ -33,6 +34,12 @@ struct FORCEIP_OUTCOME {
     GVCP_RESULT stStore;     // persistent registers written and read back; NOT_RUN on the vendor path
     GVCP_RESULT stGiveBack;  // control privilege given back; NOT_RUN when control was never asked for
 };
+
+// How an exchange ended, in words: "no answer", "refused (status 0x8006)", "not sent: Network is unreachable".
+std::string GvcpResultText(const GVCP_RESULT& result);
+// The same for a force-IP's move step, in the report's words: "command not implemented (status 0x8001)",
+// "force-IP not sent: ..."; empty when it was acknowledged.
+std::string ForceIPText(const GVCP_RESULT& move);
 
 } // namespace Client
 } // namespace GenICam

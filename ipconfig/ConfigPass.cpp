@@ -276,35 +276,6 @@ const char* ActionText(CAMERA_ACTION action)
     }
 }
 
-std::string ForceIPText(const GVCP_RESULT& move)
-{
-    switch (move.nKind) {
-    case GenICam::Client::GVCP_RESULT_OK:
-        return "";
-    case GenICam::Client::GVCP_RESULT_REFUSED:
-        if (move.nStatus == GenICam::Client::GVCP_STATUS_NOT_IMPLEMENTED) {
-            return "command not implemented (status 0x8001)";
-        }
-        return GenICam::Client::Helper::MsgComposer("refused (status 0x%04x)", static_cast<unsigned int>(move.nStatus));
-    case GenICam::Client::GVCP_RESULT_NO_ANSWER:
-        return "no answer";
-    case GenICam::Client::GVCP_RESULT_BAD_ACK:
-        return "no valid acknowledge";
-    case GenICam::Client::GVCP_RESULT_STOPPED:
-        return "stopped before an answer";
-    case GenICam::Client::GVCP_RESULT_NOT_SUPPORTED:
-        return "force-IP not supported";
-    case GenICam::Client::GVCP_RESULT_SEND_FAILED:
-    case GenICam::Client::GVCP_RESULT_SOCKET_FAILED:
-        if (move.nErrno != 0) {
-            return "force-IP not sent: " + std::generic_category().message(move.nErrno);
-        }
-        return "force-IP not sent";
-    default:
-        return "force-IP not sent";
-    }
-}
-
 std::string ReasonText(const CAMERA_OUTCOME& outcome)
 {
     switch (outcome.nAction) {

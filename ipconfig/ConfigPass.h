@@ -154,8 +154,6 @@ private:
 const char* ActionText(CAMERA_ACTION action);
 // Why the camera is not where the planner meant it to be, or not reachable; empty when nothing is amiss.
 std::string ReasonText(const CAMERA_OUTCOME& outcome);
-// What a failed force-IP's move step says: "no answer", "refused (status 0x8002)", ...
-std::string ForceIPText(const GenICam::Client::GVCP_RESULT& move);
 
 // The interfaces and their cameras as the device model holds them now.
 SEEN_MODEL SeeInterfaces(const std::vector<GenICam::Client::CInterface*>& interfaces);

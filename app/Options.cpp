@@ -173,9 +173,9 @@ void PrintHelp()
            "  -h, --help             print this help and exit\n"
            "  -V, --version          print the version and exit\n"
            "  -v, --verbose          say on standard error what the run sees and decides, and why\n"
-           "  -w, --watch            keep running: after the first run's report, watch the links and\n"
-           "                         move new or changed cameras, one event line each, until SIGTERM\n"
-           "      --interval SECONDS with --watch: seconds between passes (0.2 to 3600, default 10)\n");
+           "  -w, --watch            keep running after the report: move cameras that come or\n"
+           "                         change, one event line each, until SIGTERM or SIGINT\n"
+           "      --interval SECONDS seconds between watch passes, 0.2 to 3600 (default 10)\n");
 }
 
 std::string BannerText()

@@ -31,6 +31,7 @@ BRIDGE = "br0"
 EXIT_TIMEOUT = 124
 EXIT_LAB_FAILED = 125
 EXIT_INTERRUPTED = 130
+LINK_READY_S = 10
 INTERFACE_KEYS = {"name", "mac", "addresses", "gateway", "routes", "mtu", "down", "segment",
                   "cameras", "generate", "hosts"}
 HOST_KEYS = {"name", "mac", "address", "answer_delay_ms", "arping_dad"}
@@ -73,6 +74,14 @@ def run(*argv):
     if result.returncode:
         raise LabError(f"{' '.join(argv)}: {result.stderr.strip()}")
     return result.stdout
+
+
+def link_ready(line):
+    """False for a link that is up with carrier but not yet sending (qdisc noop, or not state UP)."""
+    flags = line.split("<", 1)[1].split(">", 1)[0].split(",") if "<" in line else []
+    if "UP" not in flags or "LOWER_UP" not in flags:
+        return True
+    return " qdisc noop " not in line and (" state UP " in line or " state UNKNOWN " in line)
 
 
 def sysctl_script(values):
@@ -176,6 +185,20 @@ class Lab:
         self.set_sysctls(self.host_ns, {k: v for k, v in sysctls.items() if interface_of(k)})
         if self.scenario.get("host_sysctls"):
             say(f"host settings {self.scenario['host_sysctls']}")
+        self.wait_links_ready()
+
+    def wait_links_ready(self):
+        """The kernel starts sending on a link with carrier only once its link watch ran, which it
+        rate-limits machine-wide: under load a frame sent before that is dropped without an error."""
+        deadline = time.monotonic() + LINK_READY_S
+        while True:
+            pending = [f"{ns}:{line.split(':')[1].strip()}" for ns in self.namespaces
+                       for line in run("ip", "-n", ns, "-o", "link").splitlines() if not link_ready(line)]
+            if not pending:
+                return
+            if time.monotonic() > deadline:
+                raise LabError(f"links not ready after {LINK_READY_S} s: {', '.join(pending)}")
+            time.sleep(0.02)
 
     def add_namespace(self, ns, sysctls):
         run("ip", "netns", "add", ns)

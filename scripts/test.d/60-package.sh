@@ -40,9 +40,11 @@ options_file=/etc/default/autoipconfig  # read by the unit, never run
 unit=/usr/lib/systemd/system/autoipconfig.service  # checked as text here
 grep -qx "$options_file" /var/lib/dpkg/info/autoipconfig.conffiles \
   || { echo "package: $options_file is not a conffile" >&2; exit 1; }
-# Empty by default, so the unit runs the tool without arguments, as before.
-[ -z "$(. "$options_file" && echo "$AUTOIPCONFIG_OPTIONS")" ] \
-  || { echo "package: AUTOIPCONFIG_OPTIONS is not empty by default" >&2; exit 1; }
+# Empty by default, so the unit runs the tool without arguments, as before, and the watch adds nothing.
+for name in AUTOIPCONFIG_OPTIONS AUTOIPCONFIG_WATCH_OPTIONS; do
+  grep -q "^$name=" "$options_file" && [ -z "$(. "$options_file" && eval echo "\$$name")" ] \
+    || { echo "package: $name is not set empty by default" >&2; exit 1; }
+done
 grep -qx "EnvironmentFile=-$options_file" "$unit" \
   && grep -q '^ExecStart=/usr/sbin/[a-z]* \$AUTOIPCONFIG_OPTIONS$' "$unit" \
   || { echo "package: the unit does not take its options from $options_file" >&2; exit 1; }
@@ -52,7 +54,7 @@ watch_unit=/usr/lib/systemd/system/autoipconfig-watch.service  # checked as text
 grep -qx 'Type=notify' "$watch_unit" && grep -q '^WatchdogSec=[1-9]' "$watch_unit" \
   || { echo "package: the watch unit does not notify its manager" >&2; exit 1; }
 grep -qx "EnvironmentFile=-$options_file" "$watch_unit" \
-  && grep -q '^ExecStart=/usr/sbin/[a-z]* --watch \$AUTOIPCONFIG_OPTIONS$' "$watch_unit" \
+  && grep -q '^ExecStart=/usr/sbin/[a-z]* --watch \$AUTOIPCONFIG_OPTIONS \$AUTOIPCONFIG_WATCH_OPTIONS$' "$watch_unit" \
   || { echo "package: the watch unit does not take its options from $options_file" >&2; exit 1; }
 # Two instances would fight over the tool's ports: each unit stops the other.
 grep -qx 'Conflicts=autoipconfig.service' "$watch_unit" && grep -qx 'Conflicts=autoipconfig-watch.service' "$unit" \

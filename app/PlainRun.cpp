@@ -2,6 +2,7 @@
 
 #include "app/Driver.h"
 #include "app/RunDiagnostics.h"
+#include "common/StopToken.h"
 
 #include <pthread.h>
 
@@ -9,6 +10,7 @@ const RUN_RESULT kInitFailed = {"Init Module Failed! Please Retry.\n", "init fai
 const RUN_RESULT kEnumFailed = {"Enum Device Failed! Please Retry.\n", "enumeration failed"};
 const RUN_RESULT kUnexpected = {"Unexpected Error! Please Retry.\n", "unexpected error"};
 const RUN_RESULT kFinished = {"Auto IP Configure Finished!\n", "finished"};
+const RUN_RESULT kStopped = {"", "stopped"};
 
 namespace {
 
@@ -51,6 +53,10 @@ const RUN_RESULT* RunSequence(const RUN_OPTIONS& options, CConfigPass& pass, SEE
     ConfigAllDevices(pass);
     if (!options.bDryRun && !Confirm(pass, !options.bJson)) {
         return &kUnexpected;
+    }
+    // Only a watch run is stopped: outcomes cut short by the stop are not reported as if they were final.
+    if (GenICam::Client::ProcessStopToken().IsRequested()) {
+        return &kStopped;
     }
     pass.Settle(SeeDeviceModel());
     DiagOutcomes(pass);

@@ -200,6 +200,9 @@ bool CWatcher::__FirstPass()
     }
     SEEN_MODEL first;
     const RUN_RESULT* result = RunSequence(m_stOptions, pass, &first);
+    if (result == &kStopped) {
+        return true;
+    }
     if (!m_stOptions.bJson) {
         printf("%s", result->szText);
     } else if (result != &kFinished) {
@@ -236,7 +239,7 @@ void CWatcher::__Pass()
         PASS_OPTIONS options = PassOptionsOf(m_stOptions);
         options.bOnlyListed = true;
         options.vecOnlyMAC = work;
-        options.vecAlsoTaken = m_state.KnownAddresses();
+        options.vecAlsoTaken = m_state.KnownAddresses(work);
         CConfigPass pass(options);
         pass.RecordSeen(seen);
         ConfigAllDevices(pass);

@@ -59,11 +59,17 @@ size_t CWatchState::CameraCount() const
     return m_mapCameras.size();
 }
 
-std::vector<uint32_t> CWatchState::KnownAddresses() const
+std::vector<uint32_t> CWatchState::KnownAddresses(const std::vector<std::string>& worked) const
 {
     std::vector<uint32_t> addresses;
     for (const auto& camera : m_mapCameras) {
+        if (std::find(worked.begin(), worked.end(), camera.first) != worked.end()) {
+            continue;
+        }
         addresses.push_back(camera.second.stSeen.nIP);
+        if (camera.second.nState == STATE_PLANNED) {
+            addresses.push_back(camera.second.nPlannedIP);  // a dry run's plans must not collide either
+        }
     }
     return addresses;
 }
@@ -185,6 +191,7 @@ void CWatchState::__ApplyResult(CAMERA& camera, const WATCH_SIGHTING& seen, cons
         events.push_back(MoveEvent(WATCH_EVENT_PLANNED, seen, result));
         camera.bTold = true;
         camera.nState = STATE_PLANNED;
+        camera.nPlannedIP = result.nIP;
         return;
     case WATCH_OUTCOME_FAILED: {
         // where it is now is what the next pass compares with: a camera that took another address is no change

@@ -71,8 +71,10 @@ public:
                                      uint64_t nowMs, uint64_t wallMs);
 
     size_t CameraCount() const;
-    // Where every remembered camera was last seen: taken, also while a camera misses a pass.
-    std::vector<uint32_t> KnownAddresses() const;
+    // Where every remembered camera was last seen or is planned to go: taken, also while a camera misses
+    // a pass; a camera worked on may get its own back (one that cannot store it comes back at it after a
+    // power cycle).
+    std::vector<uint32_t> KnownAddresses(const std::vector<std::string>& worked) const;
 
 private:
     enum CAMERA_STATE { STATE_FINE, STATE_PENDING, STATE_PLANNED, STATE_FAILED, STATE_CONTESTED };
@@ -84,6 +86,7 @@ private:
         bool bUnreachable = false;     // the last event said it is not reachable where it fits
         unsigned nFailures = 0;
         uint64_t nRetryAtMs = 0;       // FAILED: back-off end; CONTESTED: end of the quiet time
+        uint32_t nPlannedIP = 0;       // PLANNED: the address a dry run gave it
         unsigned nMisses = 0;
         std::vector<uint64_t> vecMovesMs;
     };

@@ -179,3 +179,14 @@ TEST(WatchState, CameraPassedBackAndForthIsLeftAloneForTenMinutes)
                   "moved A 10.0.0.7->192.168.1.11");
     }
 }
+
+TEST(WatchState, AddressesTakenForThePlanner)
+{
+    CWatchState state;
+    WATCH_PASS_VIEW view{{"eth0"}, true, {Seen("A", "10.0.0.7"), Seen("B", "192.168.1.20"), Seen("C", "10.0.0.9")}};
+    state.EndPass(view, {Did("A", WATCH_OUTCOME_MOVED, "192.168.1.11"), Did("C", WATCH_OUTCOME_PLANNED, "192.168.1.12")},
+                  0, 0);
+    // a dry run's plan is taken too; A lost its address in a power cycle: its own is free for it again
+    EXPECT_EQ(state.KnownAddresses({}), (std::vector<uint32_t>{0xC0A8010B, 0xC0A80114, 0x0A000009, 0xC0A8010C}));
+    EXPECT_EQ(state.KnownAddresses({"A"}), (std::vector<uint32_t>{0xC0A80114, 0x0A000009, 0xC0A8010C}));
+}

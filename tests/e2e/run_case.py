@@ -153,12 +153,16 @@ def check(case, result, record, sent=None, as_json=False):
             forceip_ex_lines(received(record, "forceip_ex"), problems), problems)
     compare("FORCEIP commands", case["forceip"],
             forceip_lines(received(record, "forceip"), problems), problems)
+    final_problems(case, record, problems)
+    return problems, dots
+
+
+def final_problems(case, record, problems):
     if "final" in case:
         compare("registers at the end", case["final"], sorted(
             f"{e['camera']} {f['ip']}/{f['mask']} persistent {f['persistent_ip']}/{f['persistent_mask']}/"
             f"{f['persistent_gateway']} {f['ip_config']} ccp {f['ccp']}"
             for e in received(record, "final") for f in [e["fields"]]), problems)
-    return problems, dots
 
 
 def tool_and_case(argv, description):

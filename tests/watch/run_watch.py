@@ -9,12 +9,16 @@ A case file is a lab scenario (its "interfaces", maybe "second_host") plus:
                $GVLAB_HOST_NS ..."} (the lab's variables are set), {"at": 9, "do": "sigterm"} ("sigint")
   "events":    events expected in this order (others may come between): the fields each must carry,
                a field {"re": PATTERN} matched by search, "by": at most that many seconds after the
-               start, "after": at least that many
-  "never":     fields of events that must not appear
+               start, "after": at least that many, "once": no other event matches it
+  "never":     fields of events that must not appear ("after": not from that many seconds on)
 Optional: "exit" (status, default 0) within "exit_within_s" (default 1.0) of the signal, "stderr"
 (the tool's lines, default none), "forceip_ex"/"forceip" (every such command, as the end-to-end
-cases write them), "commands_at_most" ({"forceip_ex": 3}: no flood). Every line on stdout must be a
-JSON object with "time" (RFC 3339, UTC, milliseconds), "event" and "interface".
+cases write them), "commands_at_most" ({"forceip_ex": 3}: no flood; "forceip_ex eth0": from eth0),
+"final" (registers at the end, as there), "second_tool" (arguments of a copy of the tool run with
+--watch --json on the second host, stopped with the first). Every line on stdout must be a JSON
+object with "time" (RFC 3339, UTC, milliseconds), "event" and "interface". With "text": true the tool runs without --json: stdout starts with the
+"stdout_first" lines (the progress line written "<dots>"), then every line starts with the time, and
+"events"/"never" match {"line": {"re": ...}}.
 
 usage: run_watch.py --tool PATH CASE.json
 """
@@ -108,10 +112,39 @@ class Driver:
                 "exited": self.exited, "problems": self.problems}
 
 
+def start_second(argv):
+    """Another copy of the tool on the second host; its lines are shown, not checked."""
+    second = subprocess.Popen(["ip", "netns", "exec", os.environ["GVLAB_SECOND_HOST_NS"], *argv], text=True,
+                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    started = time.monotonic()
+    threading.Thread(target=lambda: [print(f"[{time.monotonic() - started:7.3f}] second: {line}", end="",
+                                           flush=True) for line in second.stdout], daemon=True).start()
+    return second
+
+
+def stop_second(second, problems):
+    second.terminate()
+    try:
+        code = second.wait(timeout=KILL_AFTER_S)
+    except subprocess.TimeoutExpired:
+        second.kill()
+        code = second.wait()
+    if code:
+        problems.append(f"the second host's tool ended with {code}")
+
+
 def drive(case_path, result_path, argv):
     with open(case_path, encoding="utf-8") as f:
-        actions = sorted(json.load(f).get("actions", []), key=lambda a: a["at"])
-    result = Driver(argv).run(actions)
+        case = json.load(f)
+    actions = sorted(case.get("actions", []), key=lambda a: a["at"])
+    second = start_second([argv[0], "--watch", "--json", *case["second_tool"]]) if "second_tool" in case else None
+    problems = []
+    try:
+        result = Driver(argv).run(actions)
+    finally:
+        if second:
+            stop_second(second, problems)
+    result["problems"] += problems
     with open(result_path, "w", encoding="utf-8") as f:
         json.dump(result, f)
     return 0
@@ -120,7 +153,7 @@ def drive(case_path, result_path, argv):
 # --- outside: the lab around the driver, then the checks -------------------------------------
 def matches(event, wanted):
     for key, value in wanted.items():
-        if key in ("by", "after"):
+        if key in ("by", "after", "once"):
             continue
         if isinstance(value, dict):
             if not isinstance(event.get(key), str) or not re.search(value["re"], event[key]):
@@ -146,6 +179,17 @@ def parsed_events(lines, problems):
     return events
 
 
+def text_events(case, lines, problems):
+    """Without --json: the report as a plain run prints it, then one time-stamped line per event."""
+    report = case["stdout_first"]
+    run_case.compare("report", report, run_case.normalised("\n".join(line for _, line in lines[:len(report)]))[0],
+                     problems)
+    events = [(at, {"line": line}) for at, line in lines[len(report):]]
+    problems += [f"event line without a time at {at} s: {e['line']}" for at, e in events
+                 if not TIME.match(e["line"].split(" ")[0])]
+    return events
+
+
 def event_problems(case, events):
     problems, start = [], 0
     for wanted in case.get("events", []):
@@ -158,8 +202,11 @@ def event_problems(case, events):
             problems.append(f"event {events[found][1]} came at {at} s, expected within "
                             f"[{wanted.get('after', 0)}, {wanted.get('by', 'end')}]")
         start = found + 1
+        if wanted.get("once") and any(matches(event, wanted) for _, event in events[start:]):
+            problems.append(f"more than one event matching {wanted}")
     for unwanted in case.get("never", []):
-        problems += [f"unexpected event at {at} s: {event}" for at, event in events if matches(event, unwanted)]
+        problems += [f"unexpected event at {at} s: {event}" for at, event in events
+                     if matches(event, unwanted) and at >= unwanted.get("after", 0)]
     return problems
 
 
@@ -170,15 +217,18 @@ def record_problems(case, record):
             run_case.compare(f"{name} commands", case[name], lines(run_case.received(record, name), problems),
                              problems)
     for name, most in case.get("commands_at_most", {}).items():
-        count = len(run_case.received(record, name))
+        command, _, iface = name.partition(" ")  # "forceip_ex eth0": only those sent from eth0
+        count = len([e for e in run_case.received(record, command) if iface in ("", e["iface"])])
         if count > most:
             problems.append(f"{count} {name} commands, at most {most} expected")
+    run_case.final_problems(case, record, problems)
     return problems
 
 
 def check(case, result, record):
     problems = list(result["problems"])
-    problems += event_problems(case, parsed_events(result["lines"], problems))
+    read = text_events if case.get("text") else lambda _, lines, problems: parsed_events(lines, problems)
+    problems += event_problems(case, read(case, result["lines"], problems))
     if result["exit"] != case.get("exit", 0):
         problems.append(f"exit status {result['exit']}")
     if result["signalled"] is not None and result["exited"] - result["signalled"] > case.get("exit_within_s", 1.0):
@@ -192,7 +242,8 @@ def main(argv):
     if argv[:1] == ["--drive"]:
         return drive(argv[1], argv[2], argv[3:])
     args, case = run_case.tool_and_case(argv, __doc__.splitlines()[0])
-    tool = [os.path.abspath(args.tool), "--watch", "--json", "--interval", str(case.get("interval", 10))]
+    tool = [os.path.abspath(args.tool), "--watch", *([] if case.get("text") else ["--json"]),
+            "--interval", str(case.get("interval", 10))]
     last = max([a["at"] for a in case.get("actions", [])] + [0])
     with tempfile.TemporaryDirectory(prefix="aic-watch-") as work:
         record, result_path = os.path.join(work, "record.jsonl"), os.path.join(work, "result.json")

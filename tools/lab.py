@@ -40,6 +40,7 @@ SECOND_HOST_MAC = "02:00:00:00:5e:01"
 # second apart put a probe into every window of a second, until the lab goes down.
 ARPING_DAD = ["arping", "-D", "-q", "-c", "100000"]
 ARPING_STAGGER_S = 0.5
+LINK_READY_S = 5.0
 SYSCTL_KEY = re.compile(r"net/(core|ipv4|ipv6)(/[\w.-]+)+")
 # Drops the raw-network right for good: from the bounding set and from what an exec may inherit.
 NO_NET_RAW = ["setpriv", "--bounding-set=-net_raw", "--inh-caps=-net_raw", "--"]
@@ -174,8 +175,24 @@ class Lab:
             for index, host in enumerate(segment["hosts"]):
                 self.add_host(host, segment["ns"], f"{segment['ns']}x{index}", f"q{index}")
         self.set_sysctls(self.host_ns, {k: v for k, v in sysctls.items() if interface_of(k)})
+        self.wait_links_ready()
         if self.scenario.get("host_sysctls"):
             say(f"host settings {self.scenario['host_sysctls']}")
+
+    def wait_links_ready(self):
+        """Until the kernel has activated each link and bridge port: before that they drop every frame."""
+        waits = [(self.host_ns, ["ip", "-o", "link", "show", "up"], itf["name"], "state UP")
+                 for itf in self.scenario["interfaces"] if not itf.get("down")]
+        waits += [(segment["ns"], ["bridge", "link", "show"], f"p{port}", "state forwarding")
+                  for segment in self.segments.values()
+                  for port, itf in enumerate(segment["interfaces"]) if not itf.get("down")]
+        give_up = time.monotonic() + LINK_READY_S
+        while waits and time.monotonic() < give_up:
+            waits = [w for w in waits if not re.search(rf"^\d+: {re.escape(w[2])}(@\S+)?:.* {w[3]} ",
+                                                       run(w[1][0], "-n", w[0], *w[1][1:]), re.M)]
+            time.sleep(0.01 if waits else 0)
+        if waits:
+            raise LabError(f"links not up after {LINK_READY_S} s: {[w[2] for w in waits]}")
 
     def add_namespace(self, ns, sysctls):
         run("ip", "netns", "add", ns)

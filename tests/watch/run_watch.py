@@ -15,7 +15,8 @@ A case file is a lab scenario (its "interfaces", maybe "second_host") plus:
   "never":     fields of events that must not appear
 Optional: "exit" (status, default 0) within "exit_within_s" (default 1.0) of the signal, "stderr"
 (the tool's lines, default none), "forceip_ex"/"forceip" (every such command, as the end-to-end
-cases write them), "commands_at_most" ({"forceip_ex": 3}: no flood), "commands_at_least", "resources" (between the first
+cases write them), "commands_at_most" ({"forceip_ex": 3}: no flood; "discovery 00-0F-31-00-00-01": those that camera
+received), "commands_at_least", "resources" (between the first
 and last sample: {"rss_growth_kib": 512, "cpu_s": 1.0}; descriptors and threads must not change) and
 "notify" ({"watchdog_usec": 2000000}: the tool gets NOTIFY_SOCKET and WATCHDOG_USEC; READY=1 must come
 once, after the first event line, a STATUS= after it and then at least "status_at_least", WATCHDOG=1
@@ -215,6 +216,12 @@ def event_problems(case, events):
     return problems
 
 
+def command_count(record, key):
+    """Commands of one name received, by every camera or by the one a "discovery MAC" key names."""
+    name, *camera = key.split()
+    return len([e for e in run_case.received(record, name) if e["camera"] in camera or not camera])
+
+
 def record_problems(case, record):
     problems = []
     for name, lines in (("forceip_ex", run_case.forceip_ex_lines), ("forceip", run_case.forceip_lines)):
@@ -222,13 +229,11 @@ def record_problems(case, record):
             run_case.compare(f"{name} commands", case[name], lines(run_case.received(record, name), problems),
                              problems)
     for name, most in case.get("commands_at_most", {}).items():
-        count = len(run_case.received(record, name))
-        if count > most:
-            problems.append(f"{count} {name} commands, at most {most} expected")
+        if command_count(record, name) > most:
+            problems.append(f"{command_count(record, name)} {name} commands, at most {most} expected")
     for name, least in case.get("commands_at_least", {}).items():
-        count = len(run_case.received(record, name))
-        if count < least:
-            problems.append(f"{count} {name} commands, at least {least} expected")
+        if command_count(record, name) < least:
+            problems.append(f"{command_count(record, name)} {name} commands, at least {least} expected")
     return problems
 
 

@@ -6,18 +6,18 @@ A case file is a lab scenario (its "interfaces", maybe "second_host") plus:
   "interval":  the tool's --interval (default 10); "args": more of its arguments
   "actions":   in time order, seconds after the tool started: {"at": 3.0, "do": "plug MAC"}
                ("unplug MAC", "cycle MAC": a power cycle), {"at": 4, "do": "shell", "cmd": "ip -n
-               $GVLAB_HOST_NS ..."} (the lab's variables are set, $WATCH_DIR is this folder), {"at": 9, "do": "sigterm"} ("sigint"),
-               {"at": 20, "do": "sample"} (the tool's memory, descriptors, threads and CPU time);
-               a negative "at" acts before the tool starts
+               $GVLAB_HOST_NS ..."} (the lab's variables are set, $WATCH_DIR is this folder),
+               {"at": 9, "do": "sigterm"} ("sigint"), {"at": 20, "do": "sample"} (the tool's memory,
+               descriptors, threads and CPU time); a negative "at" acts before the tool starts
   "events":    events expected in this order (others may come between): the fields each must carry,
                a field {"re": PATTERN} matched by search, "by": at most that many seconds after the
                start, "after": at least that many
   "never":     fields of events that must not appear
 Optional: "exit" (status, default 0) within "exit_within_s" (default 1.0) of the signal, "stderr"
 (the tool's lines, default none), "forceip_ex"/"forceip" (every such command, as the end-to-end
-cases write them), "commands_at_most" ({"forceip_ex": 3}: no flood; "discovery 00-0F-31-00-00-01": those that camera
-received), "commands_at_least", "resources" (between the first
-and last sample: {"rss_growth_kib": 512, "cpu_s": 1.0}; descriptors and threads must not change) and
+cases write them), "commands_at_most" ({"forceip_ex": 3}: no flood; "discovery 00-0F-31-00-00-01":
+those that camera received), "commands_at_least", "resources" (between the first and last sample:
+{"rss_growth_kib": 512, "cpu_s": 1.0}; descriptors and threads must not change) and
 "notify" ({"watchdog_usec": 2000000}: the tool gets NOTIFY_SOCKET and WATCHDOG_USEC; READY=1 must come
 once, after the first event line, STATUS= at least "status_at_least" times (default 1), WATCHDOG=1
 at least every half period, STOPPING=1 last, after the signal). Every line on stdout must be a
@@ -47,6 +47,7 @@ TIME = re.compile(r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z$")
 SIGNALS = {"sigterm": signal.SIGTERM, "sigint": signal.SIGINT}
 CONTROLS = ("plug", "unplug", "cycle")
 KILL_AFTER_S = 5.0   # a tool that ignores its signal this long is killed
+READ_SLACK_S = 0.05  # the stdout and notify readers are threads: one may note a line a little late
 LAB_SLACK_S = 60     # lab bring-up and teardown around the actions
 
 
@@ -55,7 +56,7 @@ class Driver:
     def __init__(self, argv, notify, setup):
         self.lines, self.stderr, self.problems, self.samples, self.notes = [], [], [], [], []
         self.started = time.monotonic()
-        for action in setup:
+        for action in setup:  # timed from here; the tool's own clock starts below
             self.act(action)
         env = dict(os.environ)
         self.readers = []
@@ -255,7 +256,7 @@ def notify_problems(expected, result):
     said = [line for _, line in notes]
     ready = [at for at, line in notes if line == "READY=1"]
     first_line = result["lines"][0][0] if result["lines"] else None
-    if len(ready) != 1 or first_line is None or ready[0] < first_line:
+    if len(ready) != 1 or first_line is None or ready[0] + READ_SLACK_S < first_line:
         problems.append(f"READY=1 at {ready}, expected once after the first event line at {first_line} s")
     statuses = [at for at, line in notes if line.startswith("STATUS=")]
     if len(statuses) < expected.get("status_at_least", 1):

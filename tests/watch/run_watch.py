@@ -8,7 +8,7 @@ A case file is a lab scenario (its "interfaces", maybe "second_host") plus:
                ("unplug MAC", "cycle MAC": a power cycle), {"at": 4, "do": "shell", "cmd": "ip -n
                $GVLAB_HOST_NS ..."} (the lab's variables are set, $WATCH_DIR is this folder),
                {"at": 9, "do": "sigterm"} ("sigint"), {"at": 20, "do": "sample"} (the tool's memory,
-               descriptors, threads and CPU time); a negative "at" acts before the tool starts
+               descriptors, threads and CPU time, each the least over 2 s); a negative "at" acts before the tool starts
   "events":    events expected in this order (others may come between): the fields each must carry,
                a field {"re": PATTERN} matched by search, "by": at most that many seconds after the
                start, "after": at least that many
@@ -47,6 +47,7 @@ TIME = re.compile(r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z$")
 SIGNALS = {"sigterm": signal.SIGTERM, "sigint": signal.SIGINT}
 CONTROLS = ("plug", "unplug", "cycle")
 KILL_AFTER_S = 5.0   # a tool that ignores its signal this long is killed
+SAMPLE_READINGS, SAMPLE_STEP_S = 40, 0.05  # a sample spans two passes at the shortest interval
 READ_SLACK_S = 0.05  # the stdout and notify readers are threads: one may note a line a little late
 LAB_SLACK_S = 60     # lab bring-up and teardown around the actions
 
@@ -97,16 +98,24 @@ class Driver:
                 if line != "WATCHDOG=1":
                     print(f"[{self.now():7.3f}] notify {line}", flush=True)
 
-    def sample(self):
+    def reading(self):
         """The tool's resident memory (KiB), descriptors, threads and CPU seconds now."""
         proc = f"/proc/{self.tool.pid}"
         with open(f"{proc}/status", encoding="ascii") as f:
             status = dict(line.split(":", 1) for line in f)
         with open(f"{proc}/stat", encoding="ascii") as f:
             ticks = f.read().rsplit(")", 1)[1].split()
-        cpu = (int(ticks[11]) + int(ticks[12])) / os.sysconf("SC_CLK_TCK")
-        self.samples.append({"at": self.now(), "rss_kib": int(status["VmRSS"].split()[0]),
-                             "fds": len(os.listdir(f"{proc}/fd")), "threads": int(status["Threads"]), "cpu_s": cpu})
+        return {"at": self.now(), "rss_kib": int(status["VmRSS"].split()[0]), "fds": len(os.listdir(f"{proc}/fd")),
+                "threads": int(status["Threads"]), "cpu_s": (int(ticks[11]) + int(ticks[12])) / os.sysconf("SC_CLK_TCK")}
+
+    def sample(self):
+        """The fewest of each over a while: a pass holds sockets and threads only while it runs."""
+        readings = []
+        for _ in range(SAMPLE_READINGS):
+            readings.append(self.reading())
+            time.sleep(SAMPLE_STEP_S)
+        self.samples.append(dict(readings[0], **{key: min(r[key] for r in readings)
+                                                 for key in ("rss_kib", "fds", "threads")}))
         print(f"[{self.now():7.3f}] sample {self.samples[-1]}", flush=True)
 
     def act(self, action):

@@ -22,6 +22,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <set>
@@ -125,8 +126,9 @@ public:
 
 private:
     bool __FirstPass();
-    void __Pass();
-    void __Confirm(const CConfigPass& pass);
+    void __Pass(const PASS_SCOPE& scope);
+    void __Confirm(const CConfigPass& pass, const PASS_SCOPE& scope);
+    int __Discover(const PASS_SCOPE& scope);
     void __Wait();
     void __OnLinks(uint64_t nowMs);
     void __OnLinkChange(LINK_CHANGE change, const LINK_EVENT& event, uint64_t nowMs);
@@ -177,8 +179,7 @@ int CWatcher::Run()
         if (ProcessStopToken().IsRequested()) {
             break;
         }
-        m_scheduler.StartPass(MonotonicMs());
-        __Pass();
+        __Pass(m_scheduler.StartPass(MonotonicMs()));
         m_scheduler.OnPassEnded(MonotonicMs());
     }
     m_notify.Stopping();
@@ -220,18 +221,18 @@ bool CWatcher::__FirstPass()
 }
 
 // Known cameras that still fit cost one discovery answer; only new or changed ones are worked on.
-void CWatcher::__Pass()
+void CWatcher::__Pass(const PASS_SCOPE& scope)
 {
     ++m_nPass;
     CDeviceManager* manager = CDeviceManager::GetInstanse();
-    if (manager->UpdateDeviceList(kDiscoveryTimeoutMs) != 0) {
+    if (__Discover(scope) != 0) {
         Diag("watch pass %lu: enumeration failed: %s", m_nPass, manager->GetLastErrorDescription().c_str());
     }
     if (ProcessStopToken().IsRequested()) {
         return;
     }
     const SEEN_MODEL seen = SeeDeviceModel();
-    const WATCH_PASS_VIEW view = WatchViewOf(seen);
+    const WATCH_PASS_VIEW view = scope.bEveryInterface ? WatchViewOf(seen) : WatchViewOn(WatchViewOf(seen), scope);
     const std::vector<std::string> work = m_state.CamerasToWork(view, MonotonicMs());
     Diag("watch pass %lu: %zu cameras, %zu to work on", m_nPass, view.vecCameras.size(), work.size());
     std::vector<WATCH_RESULT> results;
@@ -243,7 +244,7 @@ void CWatcher::__Pass()
         CConfigPass pass(options);
         pass.RecordSeen(seen);
         ConfigAllDevices(pass);
-        __Confirm(pass);
+        __Confirm(pass, scope);
         pass.Settle(SeeDeviceModel());
         DiagOutcomes(pass);
         results = WatchResultsOf(pass, &work);
@@ -254,8 +255,15 @@ void CWatcher::__Pass()
     __Tell(m_state.EndPass(view, results, MonotonicMs(), WallMs()), seen.vecInterface.size());
 }
 
+int CWatcher::__Discover(const PASS_SCOPE& scope)
+{
+    CDeviceManager* manager = CDeviceManager::GetInstanse();
+    return scope.bEveryInterface ? manager->UpdateDeviceList(kDiscoveryTimeoutMs)
+                                 : manager->UpdateDeviceListOn(kDiscoveryTimeoutMs, scope.vecInterfaces);
+}
+
 // Enumerates until every camera sent an address answers there; the others do not hold the pass.
-void CWatcher::__Confirm(const CConfigPass& pass)
+void CWatcher::__Confirm(const CConfigPass& pass, const PASS_SCOPE& scope)
 {
     CDeviceManager* manager = CDeviceManager::GetInstanse();
     const auto answered = [&] {
@@ -270,7 +278,7 @@ void CWatcher::__Confirm(const CConfigPass& pass)
     };
     const uint64_t giveUpAt = MonotonicMs() + kConfirmLimitMs;
     while (!answered() && MonotonicMs() < giveUpAt && SleepUntil(MonotonicMs() + kConfirmPauseMs)) {
-        manager->UpdateDeviceList(kDiscoveryTimeoutMs);
+        __Discover(scope);
     }
 }
 
@@ -432,6 +440,21 @@ WATCH_PASS_VIEW WatchViewOf(const SEEN_MODEL& seen)
         view.vecCameras.push_back(sighting);
     }
     return view;
+}
+
+// The links not discovered on this pass keep their old lists: they neither count as seen nor as missing.
+WATCH_PASS_VIEW WatchViewOn(const WATCH_PASS_VIEW& view, const PASS_SCOPE& scope)
+{
+    const auto inScope = [&scope](const std::string& label) {
+        return Contains(scope.vecInterfaces, label.substr(0, label.find(':')));
+    };
+    WATCH_PASS_VIEW narrowed;
+    narrowed.bEveryInterface = false;
+    std::copy_if(view.vecInterfaces.begin(), view.vecInterfaces.end(), std::back_inserter(narrowed.vecInterfaces),
+                 inScope);
+    std::copy_if(view.vecCameras.begin(), view.vecCameras.end(), std::back_inserter(narrowed.vecCameras),
+                 [&inScope](const WATCH_SIGHTING& camera) { return inScope(camera.strInterface); });
+    return narrowed;
 }
 
 std::vector<WATCH_RESULT> WatchResultsOf(const CConfigPass& pass, const std::vector<std::string>* only)

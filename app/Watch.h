@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/Options.h"
+#include "app/PassScheduler.h"
 #include "app/WatchState.h"
 #include "ipconfig/ConfigPass.h"
 
@@ -12,5 +13,7 @@ int RunWatch(const RUN_OPTIONS& options);
 
 // What one pass saw, as the watch state compares passes.
 WATCH_PASS_VIEW WatchViewOf(const SEEN_MODEL& seen);
+// The part of a view behind the links a pass was limited to.
+WATCH_PASS_VIEW WatchViewOn(const WATCH_PASS_VIEW& view, const PASS_SCOPE& scope);
 // What one settled pass did to the cameras it worked on (MAC texts; all when `only` is null).
 std::vector<WATCH_RESULT> WatchResultsOf(const CConfigPass& pass, const std::vector<std::string>* only);

@@ -138,10 +138,26 @@ int CDeviceManager::UnInitEnvironment()
 
 int CDeviceManager::UpdateDeviceList(unsigned long timeout)
 {
-    return RunAtErrorBoundary("UpdateDeviceList", [this, timeout] {
+    return __UpdateDeviceLists(timeout, nullptr);
+}
+
+int CDeviceManager::UpdateDeviceListOn(unsigned long timeout, const std::vector<std::string>& links)
+{
+    return __UpdateDeviceLists(timeout, &links);
+}
+
+int CDeviceManager::__UpdateDeviceLists(unsigned long timeout, const std::vector<std::string>* links)
+{
+    return RunAtErrorBoundary("UpdateDeviceList", [this, timeout, links] {
         UpdateFlagScope updating(ms_bUpdateFlag);
         m_pTL->UpdateInterfaceList(timeout);
-        const std::vector<CInterface*> interfaces = *m_pTL->GetCurInterfaceList();
+        std::vector<CInterface*> interfaces = *m_pTL->GetCurInterfaceList();
+        if (links != nullptr) {
+            interfaces.erase(std::remove_if(interfaces.begin(), interfaces.end(), [links](CInterface* itf) {
+                const std::string label = itf->GetInterfaceDescription();
+                return std::find(links->begin(), links->end(), label.substr(0, label.find(':'))) == links->end();
+            }), interfaces.end());
+        }
         if (interfaces.empty()) {
             return;
         }

@@ -32,6 +32,8 @@ public:
     int InitEnvironment();
     int UnInitEnvironment();
     int UpdateDeviceList(unsigned long timeout);
+    // Discovers only behind these kernel links; the other interfaces keep the lists they had.
+    int UpdateDeviceListOn(unsigned long timeout, const std::vector<std::string>& links);
     CTL* GetTLObject();
 
     bool GetDevObjByID(std::string id, const CDevice** device);
@@ -45,6 +47,7 @@ public:
 private:
     CDeviceManager();
 
+    int __UpdateDeviceLists(unsigned long timeout, const std::vector<std::string>* links);
     void __DeleteRepeatDevices();
     void __SetSameInterfaceFlag();
     void __SetSameDeviceFlag();

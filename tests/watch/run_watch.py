@@ -6,19 +6,26 @@ A case file is a lab scenario (its "interfaces", maybe "second_host") plus:
   "interval":  the tool's --interval (default 10); "args": more of its arguments
   "actions":   in time order, seconds after the tool started: {"at": 3.0, "do": "plug MAC"}
                ("unplug MAC", "cycle MAC": a power cycle), {"at": 4, "do": "shell", "cmd": "ip -n
-               $GVLAB_HOST_NS ..."} (the lab's variables are set), {"at": 9, "do": "sigterm"} ("sigint")
+               $GVLAB_HOST_NS ..."} (the lab's variables are set, $WATCH_DIR is this folder),
+               {"at": 9, "do": "sigterm"} ("sigint"), {"at": 20, "do": "sample"} (the tool's memory,
+               descriptors, threads and CPU time, each the least over 2 s); a negative "at" acts before the tool starts
   "events":    events expected in this order (others may come between): the fields each must carry,
                a field {"re": PATTERN} matched by search, "by": at most that many seconds after the
                start, "after": at least that many, "once": no other event matches it
   "never":     fields of events that must not appear ("after": not from that many seconds on)
 Optional: "exit" (status, default 0) within "exit_within_s" (default 1.0) of the signal, "stderr"
 (the tool's lines, default none), "forceip_ex"/"forceip" (every such command, as the end-to-end
-cases write them), "commands_at_most" ({"forceip_ex": 3}: no flood; "forceip_ex eth0": from eth0),
-"final" (registers at the end, as there), "second_tool" (arguments of a copy of the tool run with
---watch --json on the second host, stopped with the first). Every line on stdout must be a JSON
-object with "time" (RFC 3339, UTC, milliseconds), "event" and "interface". With "text": true the tool runs without --json: stdout starts with the
-"stdout_first" lines (the progress line written "<dots>"), then every line starts with the time, and
-"events"/"never" match {"line": {"re": ...}}.
+cases write them), "commands_at_most" ({"forceip_ex": 3}: no flood; "forceip_ex eth0": those sent
+from eth0; "discovery 00-0F-31-00-00-01": those that camera received), "commands_at_least", "final"
+(registers at the end, as there), "second_tool" (arguments of a copy of the tool run with --watch
+--json on the second host, stopped with the first), "resources" (between the first and last sample:
+{"rss_growth_kib": 512, "cpu_s": 1.0}; descriptors and threads must not change) and "notify"
+({"watchdog_usec": 2000000}: the tool gets NOTIFY_SOCKET and WATCHDOG_USEC; READY=1 must come once,
+after the first event line, STATUS= at least "status_at_least" times (default 1), WATCHDOG=1 at least
+every half period, STOPPING=1 last, after the signal). Every line on stdout must be a JSON object
+with "time" (RFC 3339, UTC, milliseconds), "event" and "interface". With "text": true the tool runs
+without --json: stdout starts with the "stdout_first" lines (the progress line written "<dots>"),
+then every line starts with the time, and "events"/"never" match {"line": {"re": ...}}.
 
 usage: run_watch.py --tool PATH CASE.json
 """
@@ -28,6 +35,7 @@ import json
 import os
 import re
 import signal
+import socket
 import subprocess
 import sys
 import tempfile
@@ -43,17 +51,27 @@ TIME = re.compile(r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z$")
 SIGNALS = {"sigterm": signal.SIGTERM, "sigint": signal.SIGINT}
 CONTROLS = ("plug", "unplug", "cycle")
 KILL_AFTER_S = 5.0   # a tool that ignores its signal this long is killed
+SAMPLE_READINGS, SAMPLE_STEP_S = 40, 0.05  # a sample spans two passes at the shortest interval
+READ_SLACK_S = 0.05  # the stdout and notify readers are threads: one may note a line a little late
 LAB_SLACK_S = 60     # lab bring-up and teardown around the actions
 
 
 # --- inside the lab's host namespace: start the tool, act, note what it printed and when ---
 class Driver:
-    def __init__(self, argv):
-        self.lines, self.stderr, self.problems = [], [], []
+    def __init__(self, argv, notify, setup):
+        self.lines, self.stderr, self.problems, self.samples, self.notes = [], [], [], [], []
         self.started = time.monotonic()
-        self.tool = subprocess.Popen(argv, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-        self.readers = [threading.Thread(target=self.read, args=(self.tool.stdout, True)),
-                        threading.Thread(target=self.read, args=(self.tool.stderr, False))]
+        for action in setup:  # timed from here; the tool's own clock starts below
+            self.act(action)
+        env = dict(os.environ)
+        self.readers = []
+        if notify is not None:
+            env.update(NOTIFY_SOCKET=notify[0].getsockname(), WATCHDOG_USEC=str(notify[1]))
+            self.readers.append(threading.Thread(target=self.listen, args=(notify[0],)))
+        self.started = time.monotonic()
+        self.tool = subprocess.Popen(argv, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, env=env)
+        self.readers += [threading.Thread(target=self.read, args=(self.tool.stdout, True)),
+                         threading.Thread(target=self.read, args=(self.tool.stderr, False))]
         for reader in self.readers:
             reader.start()
         self.signalled = self.exited = None
@@ -69,6 +87,41 @@ class Driver:
             else:
                 self.stderr.append(line.rstrip("\n"))
 
+    def listen(self, notify):
+        """Every notify message until the tool has ended: [seconds, line] per assignment."""
+        notify.settimeout(0.2)
+        while True:
+            try:
+                message = notify.recv(4096).decode("utf-8", "replace")
+            except socket.timeout:
+                if self.exited is not None:
+                    return
+                continue
+            for line in filter(None, message.split("\n")):
+                self.notes.append([self.now(), line])
+                if line != "WATCHDOG=1":
+                    print(f"[{self.now():7.3f}] notify {line}", flush=True)
+
+    def reading(self):
+        """The tool's resident memory (KiB), descriptors, threads and CPU seconds now."""
+        proc = f"/proc/{self.tool.pid}"
+        with open(f"{proc}/status", encoding="ascii") as f:
+            status = dict(line.split(":", 1) for line in f)
+        with open(f"{proc}/stat", encoding="ascii") as f:
+            ticks = f.read().rsplit(")", 1)[1].split()
+        return {"at": self.now(), "rss_kib": int(status["VmRSS"].split()[0]), "fds": len(os.listdir(f"{proc}/fd")),
+                "threads": int(status["Threads"]), "cpu_s": (int(ticks[11]) + int(ticks[12])) / os.sysconf("SC_CLK_TCK")}
+
+    def sample(self):
+        """The fewest of each over a while: a pass holds sockets and threads only while it runs."""
+        readings = []
+        for _ in range(SAMPLE_READINGS):
+            readings.append(self.reading())
+            time.sleep(SAMPLE_STEP_S)
+        self.samples.append(dict(readings[0], **{key: min(r[key] for r in readings)
+                                                 for key in ("rss_kib", "fds", "threads")}))
+        print(f"[{self.now():7.3f}] sample {self.samples[-1]}", flush=True)
+
     def act(self, action):
         words = action["do"].split()
         print(f"[{self.now():7.3f}] do {action['do']} {action.get('cmd', '')}", flush=True)
@@ -77,9 +130,12 @@ class Driver:
                 with open(pipe, "w", encoding="ascii") as f:
                     f.write(action["do"] + "\n")
         elif words == ["shell"]:
-            done = subprocess.run(["sh", "-c", action["cmd"]], capture_output=True, text=True)
+            done = subprocess.run(["sh", "-c", action["cmd"]], capture_output=True, text=True,
+                                  env=dict(os.environ, WATCH_DIR=HERE))
             if done.returncode:
                 self.problems.append(f"shell action failed ({done.returncode}): {action['cmd']}: {done.stderr}")
+        elif words == ["sample"] and self.tool.poll() is None:
+            self.sample()
         elif words[0] in SIGNALS and self.tool.poll() is None:
             self.tool.send_signal(SIGNALS[words[0]])
             self.signalled = self.now()
@@ -109,7 +165,7 @@ class Driver:
         for reader in self.readers:
             reader.join()
         return {"lines": self.lines, "stderr": self.stderr, "exit": code, "signalled": self.signalled,
-                "exited": self.exited, "problems": self.problems}
+                "exited": self.exited, "problems": self.problems, "samples": self.samples, "notes": self.notes}
 
 
 def start_second(argv):
@@ -139,11 +195,18 @@ def drive(case_path, result_path, argv):
     actions = sorted(case.get("actions", []), key=lambda a: a["at"])
     second = start_second([argv[0], "--watch", "--json", *case["second_tool"]]) if "second_tool" in case else None
     problems = []
-    try:
-        result = Driver(argv).run(actions)
-    finally:
-        if second:
-            stop_second(second, problems)
+    notify = None
+    with tempfile.TemporaryDirectory(prefix="aic-notify-") as work:
+        if "notify" in case:
+            # a filesystem socket: the tool reaches it from any network namespace
+            notify = (socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM), case["notify"]["watchdog_usec"])
+            notify[0].bind(os.path.join(work, "notify"))
+        try:
+            result = Driver(argv, notify, [a for a in actions if a["at"] < 0]).run(
+                [a for a in actions if a["at"] >= 0])
+        finally:
+            if second:
+                stop_second(second, problems)
     result["problems"] += problems
     with open(result_path, "w", encoding="utf-8") as f:
         json.dump(result, f)
@@ -210,6 +273,13 @@ def event_problems(case, events):
     return problems
 
 
+def command_count(record, key):
+    """Commands of one name received: by every camera, or only those a second word names by the
+    camera ("discovery 00-0F-31-00-00-01") or the interface that sent them ("forceip_ex eth0")."""
+    name, *who = key.split()
+    return len([e for e in run_case.received(record, name) if not who or who[0] in (e["camera"], e["iface"])])
+
+
 def record_problems(case, record):
     problems = []
     for name, lines in (("forceip_ex", run_case.forceip_ex_lines), ("forceip", run_case.forceip_lines)):
@@ -217,12 +287,46 @@ def record_problems(case, record):
             run_case.compare(f"{name} commands", case[name], lines(run_case.received(record, name), problems),
                              problems)
     for name, most in case.get("commands_at_most", {}).items():
-        command, _, iface = name.partition(" ")  # "forceip_ex eth0": only those sent from eth0
-        count = len([e for e in run_case.received(record, command) if iface in ("", e["iface"])])
-        if count > most:
-            problems.append(f"{count} {name} commands, at most {most} expected")
+        if command_count(record, name) > most:
+            problems.append(f"{command_count(record, name)} {name} commands, at most {most} expected")
+    for name, least in case.get("commands_at_least", {}).items():
+        if command_count(record, name) < least:
+            problems.append(f"{command_count(record, name)} {name} commands, at least {least} expected")
     run_case.final_problems(case, record, problems)
     return problems
+
+
+def resource_problems(limits, samples):
+    if len(samples) < 2:
+        return ["fewer than two samples of the tool's resources"]
+    first, last = samples[0], samples[-1]
+    problems = [f"{name} went from {first[name]} to {last[name]}"
+                for name in ("fds", "threads") if first[name] != last[name]]
+    if last["rss_kib"] - first["rss_kib"] > limits.get("rss_growth_kib", 0):
+        problems.append(f"resident memory grew from {first['rss_kib']} to {last['rss_kib']} KiB")
+    if last["cpu_s"] - first["cpu_s"] > limits.get("cpu_s", float("inf")):
+        problems.append(f"{last['cpu_s'] - first['cpu_s']:.2f} s of CPU between {first['at']} and {last['at']} s")
+    return problems
+
+
+def notify_problems(expected, result):
+    notes, problems = result["notes"], []
+    said = [line for _, line in notes]
+    ready = [at for at, line in notes if line == "READY=1"]
+    first_line = result["lines"][0][0] if result["lines"] else None
+    if len(ready) != 1 or first_line is None or ready[0] + READ_SLACK_S < first_line:
+        problems.append(f"READY=1 at {ready}, expected once after the first event line at {first_line} s")
+    statuses = [at for at, line in notes if line.startswith("STATUS=")]
+    if len(statuses) < expected.get("status_at_least", 1):
+        problems.append(f"{len(statuses)} STATUS= messages at {statuses}")
+    pings = [0.0] + [at for at, line in notes if line == "WATCHDOG=1"] + [result["signalled"] or 0.0]
+    gap = max(b - a for a, b in zip(pings, pings[1:]))
+    if gap > expected["watchdog_usec"] / 2e6:
+        problems.append(f"WATCHDOG=1 {gap:.3f} s apart, at {pings}")
+    if not said or said[-1] != "STOPPING=1" or notes[-1][0] < (result["signalled"] or 0) or said.count("STOPPING=1") != 1:
+        problems.append(f"STOPPING=1 not once and last after the signal: {notes[-3:]}")
+    unknown = [line for line in said if line.split("=")[0] not in ("READY", "STATUS", "WATCHDOG", "STOPPING")]
+    return problems + [f"unexpected notify message {line}" for line in unknown]
 
 
 def check(case, result, record):
@@ -235,6 +339,10 @@ def check(case, result, record):
         problems.append(f"exited {result['exited'] - result['signalled']:.3f} s after the signal")
     if result["stderr"] != case.get("stderr", []):
         problems.append("standard error: " + "\n".join(result["stderr"]))
+    if "resources" in case:
+        problems += resource_problems(case["resources"], result["samples"])
+    if "notify" in case:
+        problems += notify_problems(case["notify"], result)
     return problems + record_problems(case, record)
 
 

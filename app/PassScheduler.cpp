@@ -37,6 +37,11 @@ void CPassScheduler::OnAnnouncement(uint64_t nowMs)
     __Trigger(nowMs);
 }
 
+void CPassScheduler::OnRetryDue(uint64_t nowMs)
+{
+    __Trigger(nowMs);
+}
+
 void CPassScheduler::OnCarrierUp(const std::string& ifname, uint64_t nowMs)
 {
     m_mapBursts[ifname] = BURST{nowMs + kBurstMs, nowMs + kDebounceMs};

@@ -28,6 +28,8 @@ public:
     void OnInterfaceEvent(uint64_t nowMs);
     // Announcements come rate-limited already; each asks for one full pass like a link change.
     void OnAnnouncement(uint64_t nowMs);
+    // A camera's back-off ended: a full pass, as for a link change.
+    void OnRetryDue(uint64_t nowMs);
     // A camera behind that link may be booting: a pass on it now and every second for a while.
     void OnCarrierUp(const std::string& ifname, uint64_t nowMs);
 

@@ -146,6 +146,7 @@ private:
     std::map<std::string, LINK_WATCH> m_mapLinks;  // by kernel name
     std::vector<ARP_ANNOUNCEMENT> m_vecHeard;
     unsigned long m_nPass;
+    uint64_t m_nPassStartMs = 0;  // back-offs that ended before it were served by that pass
 };
 
 CWatcher::CWatcher(const RUN_OPTIONS& options)
@@ -179,7 +180,8 @@ int CWatcher::Run()
         if (ProcessStopToken().IsRequested()) {
             break;
         }
-        __Pass(m_scheduler.StartPass(MonotonicMs()));
+        m_nPassStartMs = MonotonicMs();
+        __Pass(m_scheduler.StartPass(m_nPassStartMs));
         m_scheduler.OnPassEnded(MonotonicMs());
     }
     m_notify.Stopping();
@@ -287,10 +289,16 @@ void CWatcher::__Wait()
 {
     for (;;) {
         const uint64_t now = MonotonicMs();
+        const uint64_t retry = m_state.NextRetryAfter(m_nPassStartMs);
+        if (retry != 0 && retry <= now) {
+            m_scheduler.OnRetryDue(now);
+            m_nPassStartMs = now;  // served: the pass it asks for starts after this
+        }
         uint64_t deadline = m_scheduler.NextPassAt();
         if (deadline <= now) {
             return;
         }
+        deadline = retry > now ? std::min(deadline, retry) : deadline;
         std::vector<int> fds;
         if (m_monitor.GetFd() >= 0) {
             fds.push_back(m_monitor.GetFd());

@@ -74,6 +74,19 @@ std::vector<uint32_t> CWatchState::KnownAddresses(const std::vector<std::string>
     return addresses;
 }
 
+uint64_t CWatchState::NextRetryAfter(uint64_t afterMs) const
+{
+    uint64_t next = 0;
+    for (const auto& camera : m_mapCameras) {
+        const CAMERA& state = camera.second;
+        const bool waiting = state.nState == STATE_FAILED || state.nState == STATE_CONTESTED;
+        if (waiting && state.nRetryAtMs > afterMs && (next == 0 || state.nRetryAtMs < next)) {
+            next = state.nRetryAtMs;
+        }
+    }
+    return next;
+}
+
 std::vector<std::string> CWatchState::CamerasToWork(const WATCH_PASS_VIEW& view, uint64_t nowMs) const
 {
     std::vector<std::string> macs;

@@ -71,6 +71,9 @@ public:
                                      uint64_t nowMs, uint64_t wallMs);
 
     size_t CameraCount() const;
+    // The earliest back-off or quiet time that ends after `afterMs`; 0 when none: the watch runs a
+    // pass then, so a retry does not wait for the interval.
+    uint64_t NextRetryAfter(uint64_t afterMs) const;
     // Where every remembered camera was last seen or is planned to go: taken, also while a camera misses
     // a pass; a camera worked on may get its own back (one that cannot store it comes back at it after a
     // power cycle).

@@ -205,7 +205,7 @@ CAMERA_KEYS = {
     "mac", "ip", "mask", "gateway", "model", "vendor", "version", "serial", "user_name",
     "manufacturer_info", "gev_version", "device_mode", "ip_config_options",
     "ip_config_current", "persistent", "restart_delay_ms", "answer_window_ms", "faults",
-    "kind", "held_by", "plugged",
+    "kind", "held_by", "plugged", "announces",
 }
 
 
@@ -303,6 +303,7 @@ class Camera:
             self.ccp, self.controller, self.control_until = CCP_CONTROL, (ip_int(ip), int(port)), float("inf")
         self.online = True
         self.plugged = bool(conf.get("plugged", True))  # false: on the shelf until a "plug" control line
+        self.announces = bool(conf.get("announces", True))  # false: firmware without RFC 5227 announcements
 
     # control privilege: a standard camera ties it to the address and port that took it
     def release(self):
@@ -473,7 +474,7 @@ class Simulator:
         self.control = os.open(control, os.O_RDWR | os.O_NONBLOCK) if control else None
         self.control_text = b""
         for cam in self.cameras:
-            if cam.plugged and cam.ip:  # once, before "ready": before any command runs
+            if cam.plugged and cam.ip and cam.announces:  # once, before "ready": before any command runs
                 self.send(self.frames.arp_announce(cam.mac, cam.ip))
 
     # scheduling
@@ -488,7 +489,7 @@ class Simulator:
             self.at(0.001, self.send, frame)
 
     def announce(self, cam):
-        for index in range(ANNOUNCE_NUM if cam.ip else 0):
+        for index in range(ANNOUNCE_NUM if cam.ip and cam.announces else 0):
             self.at(index * ANNOUNCE_INTERVAL_S, self.send_announcement, cam, cam.ip)
 
     def send_announcement(self, cam, ip):

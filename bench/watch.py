@@ -42,6 +42,7 @@ CLOCK_TICK_S = 1.0 / os.sysconf("SC_CLK_TCK")
 MOVED_LIMIT_S = 40.0   # a plug-in not moved by then counts as a miss
 WARM_PASSES = 10       # passes before the steady window: the first pass and the model settling
 STEADY_MAC, STEADY_IP = "00:0f:31:e1:00:01", "10.1.1.1"
+LATE_MAC = "00:0f:31:e0:00:01"
 
 LATENCY = [  # key, label, interval, cameras announce, carrier-up
     ("ann1", "announces, --interval 1", 1, True, False),
@@ -224,7 +225,7 @@ def received_per_pass(record, samples):
 def latency_scenario(plugs, announces):
     return {"description": f"{plugs} misaddressed cameras on the shelf, plugged in one at a time",
             "interfaces": [{"name": "eth0", "addresses": ["192.168.1.5/24"], "generate": {
-                "count": plugs, "mac_start": "00:0f:31:e0:00:01", "ip_start": "10.0.1.1", "mask": "255.0.0.0",
+                "count": plugs, "mac_start": LATE_MAC, "ip_start": "10.0.1.1", "mask": "255.0.0.0",
                 "model": "BENCH-WATCH", "plugged": False, "announces": announces}}]}
 
 
@@ -266,7 +267,7 @@ def first_answers(record_path):
 
 
 def latency_case(key, label, interval, announces, on_carrier, plugs, tool, workdir):
-    macs = [f"00:0f:31:e0:00:{i + 1:02x}" for i in range(plugs)]
+    macs = [mac_after(LATE_MAC, i) for i in range(plugs)]
     plan = {"kind": "latency", "interval": interval, "carrier": on_carrier, "macs": macs}
     record = os.path.join(workdir, f"{key}.record.jsonl")
     limit = 60 + plugs * (interval + MOVED_LIMIT_S + 2)
@@ -281,7 +282,7 @@ def latency_case(key, label, interval, announces, on_carrier, plugs, tool, workd
     moved = [r["to_moved_s"] for r in rows if r["to_moved_s"] is not None]
     found = [r["to_found_s"] for r in rows if r["to_found_s"] is not None]
     # the work of the pass that found a camera: discovery to event (force-IP, restart, confirmation)
-    work = [r["to_moved_s"] - r["to_found_s"] for r in rows if None not in r.values()]
+    work = [round(r["to_moved_s"] - r["to_found_s"], 3) for r in rows if None not in r.values()]
     return {"key": key, "label": label, "interval": interval, "announces": announces, "carrier": on_carrier,
             "plugs": len(rows), "moved": len(moved), "rows": rows,
             "found_p50": percentile(found, 50), "found_p95": percentile(found, 95), "found_max": max(found or [0]),

@@ -514,12 +514,13 @@ def stock_section(results):
                "arv-tool: found", "arv-tool (s)", "arv-tool + flag: found", "arv-tool + flag (s)", "runs"], rows)])
 
 
-def kept_section(path):
-    """The sections that bench/standard_path.py and bench/conflicts.py write into results.md survive a rerun."""
+def kept_sections(path):
+    """The sections other benches write into results.md survive a rerun: 6 and 7 (standard_path.py,
+    conflicts.py) before the --verbose section, 9 (watch.py) after it."""
     old = open(path, encoding="utf-8").read() if os.path.exists(path) else ""
-    start = old.find("\n## 6. ")
-    end = old.find("\n## 8. ")
-    return old[start:end if end > start else None].rstrip("\n") if start >= 0 else ""
+    start, end, after = old.find("\n## 6. "), old.find("\n## 8. "), old.find("\n## 9. ")
+    before = old[start:end if end > start else after if after > start else None] if start >= 0 else ""
+    return before.rstrip("\n"), (old[after:].strip("\n") if after >= 0 else "")
 
 def verbose_section(verbose):
     variants = [v for v in ("baseline", None, "verbose") if runs_of(verbose, verbose["cases"][0]["key"], variant=v)]
@@ -559,9 +560,10 @@ def render_markdown(results, path, verbose=None):
     ])
     body = [standard_section(results), scale_section(results), cost_section(results), arv_section(results),
             stock_section(results)]
-    kept = kept_section(path)
+    kept, after = kept_sections(path)
     tail = [kept] if kept else []
     tail += [verbose_section(verbose)] if verbose else []
+    tail += [after] if after else []
     with open(path, "w", encoding="utf-8") as f:
         f.write(head + "\n\n" + "\n\n".join(body + tail) + "\n")
 

@@ -14,6 +14,7 @@
 #include <new>
 #include <pthread.h>
 #include <unistd.h>
+#include <unordered_set>
 
 namespace GenICam {
 namespace Client {
@@ -246,19 +247,11 @@ void CDeviceManager::__DeleteRepeatDevices()
 {
     std::vector<CDevice*> work;
     __GetAllDevice(work);
-    while (work.size() > 1) {
-        CDevice* keeper = work.front();
-        work.erase(work.begin());
-        std::vector<CDevice*> duplicates;
-        auto same = std::bind(CCmpareSameDevice(), std::placeholders::_1, keeper);
-        for (auto found = std::find_if(work.begin(), work.end(), same); found != work.end();
-             found = std::find_if(work.begin(), work.end(), same)) {
-            duplicates.push_back(*found);
-            work.erase(found);
-        }
-        for (CDevice* duplicate : duplicates) {
-            duplicate->ReleaseMeFromList();
-            delete duplicate;
+    std::unordered_set<std::string> met;  // one lookup per device: a steady pass may hold 1000 of them
+    for (CDevice* device : work) {
+        if (!met.insert(device->GetDevID()).second) {
+            device->ReleaseMeFromList();
+            delete device;
         }
     }
 }

@@ -148,6 +148,10 @@ void CInterface::UpdateDeviceList(bool* changed, unsigned long timeout)
         std::sort(records.begin(), records.end(), DeviceInfoPtrOps());
         boost::unique_lock<boost::recursive_mutex> infoLock(m_DeviceInfoListMutex);
         m_vecDeviceInfo = records;
+        m_mapDeviceInfo.clear();
+        for (const boost::shared_ptr<CDeviceInfo>& record : records) {
+            m_mapDeviceInfo.emplace(record->GetID(), record);
+        }
         boost::unique_lock<boost::recursive_mutex> deviceLock(m_DeviceListMutex);
         __UpdateDeviceListInfo();
     }
@@ -252,6 +256,7 @@ void CInterface::ReleaseDevice(const std::string& id)
     auto record = std::find_if(m_vecDeviceInfo.begin(), m_vecDeviceInfo.end(),
                                [&id](const boost::shared_ptr<CDeviceInfo>& info) { return info->IsMyID(id); });
     if (record != m_vecDeviceInfo.end()) {
+        m_mapDeviceInfo.erase((*record)->GetID());
         m_vecDeviceInfo.erase(record);
     }
 }
@@ -338,8 +343,8 @@ bool CInterface::__IsDeviceInfoListChange(DeviceInfoList& records)
 
 bool CInterface::__IsDevcieInfoKnown(const boost::shared_ptr<CDeviceInfo>& record)
 {
-    return std::any_of(m_vecDeviceInfo.begin(), m_vecDeviceInfo.end(),
-                       [&record](const boost::shared_ptr<CDeviceInfo>& known) { return *record == *known; });
+    const auto known = m_mapDeviceInfo.find(record->GetID());
+    return known != m_mapDeviceInfo.end() && *record == *known->second;
 }
 
 // Only cameras that already fit the subnet can answer a control-port read.
@@ -370,9 +375,10 @@ void CInterface::__GetAllDeviceStatus(DeviceInfoList& records)
 bool CInterface::__ReuseKnownStatus(CDeviceInfo& record)
 {
     boost::unique_lock<boost::recursive_mutex> lock(m_DeviceInfoListMutex);
-    for (const boost::shared_ptr<CDeviceInfo>& known : m_vecDeviceInfo) {
-        record.SetAccessStatus(known->GetAccessStatus());
-        if (record == *known) {
+    const auto known = m_mapDeviceInfo.find(record.GetID());
+    if (known != m_mapDeviceInfo.end()) {
+        record.SetAccessStatus(known->second->GetAccessStatus());
+        if (record == *known->second) {
             return true;
         }
     }

@@ -7,6 +7,7 @@
 #include <boost/thread/recursive_mutex.hpp>
 #include <pthread.h>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace GenICam {
@@ -68,6 +69,8 @@ private:
     CTL* m_pTL;
     boost::recursive_mutex m_DeviceListMutex;
     std::vector<boost::shared_ptr<CDeviceInfo>> m_vecDeviceInfo;
+    // The same records by ID, so that a pass over 1000 answers does not compare each with every known one.
+    std::unordered_map<std::string, boost::shared_ptr<CDeviceInfo>> m_mapDeviceInfo;
     std::vector<CDevice*> m_vecDevice;
     boost::recursive_mutex m_DeviceInfoListMutex;
     boost::recursive_mutex m_DiscoveryMutex;

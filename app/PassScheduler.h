@@ -16,9 +16,9 @@ struct PASS_SCOPE {
 // one pass), and every second on a link whose carrier just came up. Pure: time in monotonic ms.
 class CPassScheduler {
 public:
-    static const uint64_t kDebounceMs = 100;
-    static const uint64_t kBurstStepMs = 1000;
-    static const uint64_t kBurstMs = 30000;
+    static constexpr uint64_t kDebounceMs = 100;
+    static constexpr uint64_t kBurstStepMs = 1000;
+    static constexpr uint64_t kBurstMs = 30000;
 
     explicit CPassScheduler(uint64_t intervalMs);
 

@@ -54,11 +54,11 @@ struct WATCH_RESULT {
 // back-off, and its recent moves. Pure: time is a parameter in monotonic ms.
 class CWatchState {
 public:
-    static const uint64_t kFirstBackOffMs = 2000;
-    static const uint64_t kMaxBackOffMs = 5 * 60 * 1000;
-    static const unsigned kMissesForGone = 3;
-    static const unsigned kMovesForContest = 4;
-    static const uint64_t kContestWindowMs = 10 * 60 * 1000;
+    static constexpr uint64_t kFirstBackOffMs = 2000;
+    static constexpr uint64_t kMaxBackOffMs = 5 * 60 * 1000;
+    static constexpr unsigned kMissesForGone = 3;
+    static constexpr unsigned kMovesForContest = 4;
+    static constexpr uint64_t kContestWindowMs = 10 * 60 * 1000;
 
     // With checkFitting (address conflict checks), new and changed cameras are worked on even when they fit.
     explicit CWatchState(bool checkFitting = false);

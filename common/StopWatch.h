@@ -21,7 +21,7 @@ private:
     int64_t ReadWallClockMs();
 
     timeval m_tvNow;
-    struct timezone m_tz;
+    [[maybe_unused]] struct timezone m_tz;  // kept with the stopwatch; elapsed time no longer reads the wall clock
     int64_t m_nStartMs;
     int64_t m_nStopMs;
     timespec m_tsTick;

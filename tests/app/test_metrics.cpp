@@ -1,11 +1,13 @@
 #include "app/Metrics.h"
 
+#include "common/AtomicFile.h"
 #include "common/ipcalc.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -181,4 +183,37 @@ TEST(Metrics, PromtoolAcceptsTheText)
     unlink(path);
     EXPECT_EQ(status, 0) << said;
     EXPECT_EQ(said, "") << said;
+}
+
+// A pass that worked on no camera stands on what it saw; a file that cannot be written is one line.
+TEST(Metrics, FileOfEveryPass)
+{
+    char folder[] = "/tmp/aic-metrics-XXXXXX";
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    const std::string path = std::string(folder) + "/m.prom";
+    CMetricsFile file(path, false);
+    SEEN_MODEL seen;
+    seen.vecInterface.resize(1);
+    seen.vecInterface[0].strName = "eth0";
+    seen.vecCamera.push_back(Camera("00-0F-31-00-00-01", false, CAMERA_KEPT).stCamera);
+    seen.vecCamera[0].strInterface = "eth0";
+    file.EndPass(seen, {Interface("eth0", {Camera("00-0F-31-00-00-01", true, CAMERA_MOVED, kFit)})}, 0);
+    file.EndPass(seen, {}, 0);
+    std::string text;
+    int error = 0;
+    ASSERT_TRUE(GenICam::Client::ReadWholeFile(path, &text, &error));
+    struct stat status {};
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0644u);
+    for (const char* line : {"autoipconfig_cameras{interface=\"eth0\",state=\"unreachable\"} 1\n",
+                             "autoipconfig_moves_total{interface=\"eth0\",result=\"moved\"} 1\n",
+                             "autoipconfig_passes_total 2\n"}) {
+        EXPECT_NE(text.find(line), std::string::npos) << line << text;
+    }
+    unlink(path.c_str());
+    rmdir(folder);
+    testing::internal::CaptureStderr();
+    CMetricsFile(path, false).EndPass(seen, {}, 0);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "autoipconfig: cannot write the metrics file " + path + ": No such file or directory\n");
 }

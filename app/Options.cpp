@@ -15,6 +15,8 @@ namespace {
 
 const int kJsonOption = 0x100;
 const int kIntervalOption = 0x101;
+const int kExitCodeOption = 0x110;
+const int kMetricsFileOption = 0x111;
 const double kIntervalMinS = 0.2;
 const double kIntervalMaxS = 3600;
 
@@ -29,6 +31,8 @@ const option kLongOptions[] = {
     {"verbose", no_argument, nullptr, 'v'},
     {"watch", no_argument, nullptr, 'w'},
     {"interval", required_argument, nullptr, kIntervalOption},
+    {"exit-code", no_argument, nullptr, kExitCodeOption},
+    {"metrics-file", required_argument, nullptr, kMetricsFileOption},
     {nullptr, 0, nullptr, 0},
 };
 
@@ -44,7 +48,7 @@ std::string UsageProblem(int code, char* argv[])
     if (optopt == 0) {
         return "unknown option '" + word + "'";
     }
-    if (optopt == kJsonOption || strchr("nhVscvw", optopt) != nullptr) {
+    if (optopt == kJsonOption || optopt == kExitCodeOption || strchr("nhVscvw", optopt) != nullptr) {
         return "option '" + word.substr(0, word.find('=')) + "' takes no value";
     }
     return "unknown option '" + letter + "'";
@@ -126,6 +130,16 @@ bool ParseOptions(int argc, char* argv[], RUN_OPTIONS* options, std::string* pro
             }
             interval = true;
             break;
+        case kExitCodeOption:
+            options->bExitCode = true;
+            break;
+        case kMetricsFileOption:
+            if (*optarg == '\0') {
+                *problem = "empty metrics file name";
+                return false;
+            }
+            options->strMetricsFile = optarg;
+            break;
         default:
             *problem = UsageProblem(code, argv);
             return false;
@@ -175,7 +189,13 @@ void PrintHelp()
            "  -v, --verbose          say on standard error what the run sees and decides, and why\n"
            "  -w, --watch            keep running after the report: move cameras that come or\n"
            "                         change, one event line each, until SIGTERM or SIGINT\n"
-           "      --interval SECONDS seconds between watch passes, 0.2 to 3600 (default 10)\n");
+           "      --interval SECONDS seconds between watch passes, 0.2 to 3600 (default 10)\n"
+           "      --metrics-file FILE\n"
+           "                         write Prometheus metrics to FILE after every pass, replaced\n"
+           "                         atomically (node_exporter's textfile collector reads it)\n"
+           "      --exit-code        exit 1 when a camera is left unreachable, 3 when the run\n"
+           "                         cannot finish; 0 only when every camera ends reachable\n"
+           "Exit status: 0 done, 2 wrong command line; with --exit-code also 1 and 3 as above.\n");
 }
 
 std::string BannerText()

@@ -14,6 +14,8 @@ struct RUN_OPTIONS {
     bool bCheckConflicts = false;
     bool bVerbose = false;
     bool bWatch = false;
+    bool bExitCode = false;  // the exit status tells whether every camera ends reachable
+    std::string strMetricsFile;  // Prometheus text written after every pass; empty: none
     uint64_t nIntervalMs = 10000;  // --watch: from the end of one pass to the start of the next
     std::vector<std::string> vecInterface;
 };

@@ -1,6 +1,7 @@
 #include "app/Watch.h"
 
 #include "app/Driver.h"
+#include "app/Metrics.h"
 #include "app/PassScheduler.h"
 #include "app/PlainRun.h"
 #include "app/RunDiagnostics.h"
@@ -141,6 +142,7 @@ private:
     CPassScheduler m_scheduler;
     CWatchEventWriter m_writer;
     CServiceNotify m_notify;
+    CMetricsFile m_metrics;
     CLinkMonitor m_monitor;
     CLinkStates m_links;
     std::map<std::string, LINK_WATCH> m_mapLinks;  // by kernel name
@@ -151,7 +153,7 @@ private:
 
 CWatcher::CWatcher(const RUN_OPTIONS& options)
     : m_stOptions(options), m_state(options.bCheckConflicts), m_scheduler(options.nIntervalMs),
-      m_writer(stdout, options.bJson), m_nPass(0)
+      m_writer(stdout, options.bJson), m_metrics(options.strMetricsFile, options.bDryRun), m_nPass(0)
 {
 }
 
@@ -193,6 +195,7 @@ int CWatcher::Run()
 // The plain run with the same options; the text report stands for the first pass's events.
 bool CWatcher::__FirstPass()
 {
+    const uint64_t startedMs = MonotonicMs();
     CConfigPass pass(PassOptionsOf(m_stOptions));
     if (!m_stOptions.bJson) {
         printf("%s", BannerText().c_str());
@@ -217,6 +220,7 @@ bool CWatcher::__FirstPass()
     m_nPass = 1;
     __Tell(m_state.EndPass(WatchViewOf(first), WatchResultsOf(pass, nullptr), MonotonicMs(), WallMs()),
            first.vecInterface.size());
+    m_metrics.EndPass(first, pass.GetReport(), startedMs);
     m_notify.Ready();
     CDeviceManager::GetInstanse()->GetTLObject()->SetReuseKnownStatus(true);
     return true;
@@ -225,6 +229,7 @@ bool CWatcher::__FirstPass()
 // Known cameras that still fit cost one discovery answer; only new or changed ones are worked on.
 void CWatcher::__Pass(const PASS_SCOPE& scope)
 {
+    const uint64_t startedMs = MonotonicMs();
     ++m_nPass;
     CDeviceManager* manager = CDeviceManager::GetInstanse();
     if (__Discover(scope) != 0) {
@@ -238,6 +243,7 @@ void CWatcher::__Pass(const PASS_SCOPE& scope)
     const std::vector<std::string> work = m_state.CamerasToWork(view, MonotonicMs());
     Diag("watch pass %lu: %zu cameras, %zu to work on", m_nPass, view.vecCameras.size(), work.size());
     std::vector<WATCH_RESULT> results;
+    std::vector<INTERFACE_REPORT> report;
     if (!work.empty()) {
         PASS_OPTIONS options = PassOptionsOf(m_stOptions);
         options.bOnlyListed = true;
@@ -250,11 +256,13 @@ void CWatcher::__Pass(const PASS_SCOPE& scope)
         pass.Settle(SeeDeviceModel());
         DiagOutcomes(pass);
         results = WatchResultsOf(pass, &work);
+        report = pass.GetReport();
     }
     if (ProcessStopToken().IsRequested()) {
         return;
     }
     __Tell(m_state.EndPass(view, results, MonotonicMs(), WallMs()), seen.vecInterface.size());
+    m_metrics.EndPass(seen, report, startedMs);
 }
 
 int CWatcher::__Discover(const PASS_SCOPE& scope)

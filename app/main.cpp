@@ -1,10 +1,12 @@
 #include "app/Driver.h"
 #include "app/JsonReport.h"
+#include "app/Metrics.h"
 #include "app/Options.h"
 #include "app/PlainRun.h"
 #include "app/RunDiagnostics.h"
 #include "app/Watch.h"
 #include "common/Diagnostics.h"
+#include "common/StopToken.h"
 #include "gvcp/LinkTap.h"
 #include "ipconfig/ConfigPass.h"
 
@@ -22,9 +24,10 @@ int UsageError(const std::string& problem)
 }
 
 // Enumerate, configure, enumerate again until the cameras answer, report. A dry run stops after
-// the planner. Exits 0 whatever happened.
+// the planner. Exits 0 whatever happened, unless --exit-code asks what became of the cameras.
 int Run(RUN_OPTIONS& options)
 {
+    const uint64_t startedMs = GenICam::Client::MonotonicMs();
     CConfigPass pass(PassOptionsOf(options));
     if (!options.bJson) {
         printf("%s", BannerText().c_str());
@@ -37,6 +40,9 @@ int Run(RUN_OPTIONS& options)
     }
     SEEN_MODEL first;
     const RUN_RESULT* result = RunSequence(options, pass, &first);
+    if (result == &kFinished) {
+        CMetricsFile(options.strMetricsFile, options.bDryRun).EndPass(first, pass.GetReport(), startedMs);
+    }
     if (options.bJson) {
         PrintJsonReport(result->szJson, result == &kFinished, verdicts, pass);
     }
@@ -45,7 +51,7 @@ int Run(RUN_OPTIONS& options)
     if (!options.bJson) {
         printf("%s", result->szText);
     }
-    return 0;
+    return options.bExitCode ? ExitStatusOf(result == &kFinished, pass.GetReport(), options.bDryRun) : 0;
 }
 
 } // namespace
@@ -74,8 +80,13 @@ int main(int argc, char* argv[])
     // Without the right no probe goes out, and an unprobed candidate must not pass for free.
     if (options.bCheckConflicts && !GenICam::Client::HasRawNetworkRight()) {
         fprintf(stderr, "autoipconfig: --check-conflicts needs the raw-network right (CAP_NET_RAW)\n");
-        return 1;
+        return options.bExitCode ? kExitUnfinished : 1;
     }
     GenICam::Client::Helper::SetDiagnostics(options.bVerbose);
-    return options.bWatch ? RunWatch(options) : Run(options);
+    if (options.bWatch) {
+        // a watch that could not finish its first pass says so as a finished run would
+        const int status = RunWatch(options);
+        return status != 0 && options.bExitCode ? kExitUnfinished : status;
+    }
+    return Run(options);
 }

@@ -3,7 +3,8 @@
 runs, and checks the events it printed and what the cameras received.
 
 A case file is a lab scenario (its "interfaces", maybe "second_host") plus:
-  "interval":  the tool's --interval (default 10); "args": more of its arguments
+  "interval":  the tool's --interval (default 10); "args": more of its arguments ($GVLAB_RECORD_DIR
+               in them is the lab's folder, removed with it)
   "actions":   in time order, seconds after the tool started: {"at": 3.0, "do": "plug MAC"}
                ("unplug MAC", "cycle MAC": a power cycle), {"at": 4, "do": "shell", "cmd": "ip -n
                $GVLAB_HOST_NS ..."} (the lab's variables are set, $WATCH_DIR is this folder),
@@ -69,6 +70,7 @@ class Driver:
             env.update(NOTIFY_SOCKET=notify[0].getsockname(), WATCHDOG_USEC=str(notify[1]))
             self.readers.append(threading.Thread(target=self.listen, args=(notify[0],)))
         self.started = time.monotonic()
+        argv = [os.path.expandvars(word) for word in argv]
         self.tool = subprocess.Popen(argv, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, env=env)
         self.readers += [threading.Thread(target=self.read, args=(self.tool.stdout, True)),
                          threading.Thread(target=self.read, args=(self.tool.stderr, False))]

@@ -76,8 +76,9 @@ chroot "$work/root" dpkg -i /tmp/autoipconfig.deb > "$work/dpkg.log" 2>&1 || { c
 # A hang is found in 3 s, not 30, and a restart follows in 1 s, not 5.
 mkdir -p "$work/root/etc/systemd/system/$watch.d"
 printf '[Service]\nWatchdogSec=3\nRestartSec=1\n' > "$work/root/etc/systemd/system/$watch.d/test.conf"
-# Text events: the journal shows the lines an operator reads.
-sed -i 's/^AUTOIPCONFIG_WATCH_OPTIONS=.*/AUTOIPCONFIG_WATCH_OPTIONS="--interval 5"/' "$work/root/etc/default/autoipconfig"
+# Text events (the journal shows the lines an operator reads); the ARP probe runs in the sandbox too.
+sed -i 's/^AUTOIPCONFIG_OPTIONS=.*/AUTOIPCONFIG_OPTIONS="--check-conflicts"/; s/^AUTOIPCONFIG_WATCH_OPTIONS=.*/AUTOIPCONFIG_WATCH_OPTIONS="--interval 5"/' \
+  "$work/root/etc/default/autoipconfig"
 
 echo "== systemd: the camera lab"
 cat > "$work/lab.json" <<EOF
@@ -177,7 +178,7 @@ inside kill -STOP "$pid"
 wait_for 20 "a restart after the watchdog found the hang" restarted_from "$pid"
 echo "restarts: $(show "$watch" NRestarts)"
 
-if grep -q -- '--config' <<< "$help"; then
+if grep -qE -- '(^|[ ,])--config([ =,]|$)' <<< "$help"; then
   echo "== systemd: reload applies a changed plan"
   mkdir -p "$work/root/etc/autoipconfig"
   printf '[[camera]]\nmac = "%s"\naddress = "192.168.1.77"\n' "$late_mac" > "$work/root/etc/autoipconfig/autoipconfig.toml"
@@ -200,8 +201,10 @@ inside systemctl start "$watch"
 inside systemctl start "$boot"
 [ "$(show "$watch" ActiveState)" = inactive ] || fail "$watch still runs beside $boot"
 [ "$(show "$boot" Result)" = success ] || fail "$boot did not succeed"
+inside journalctl -u "$boot" -o cat --no-pager | grep -q 'SIM-LATE(192\.168\.1\.[0-9]*\[.* available!' \
+  || fail "$boot did not report the cameras"
 
-if grep -q -- '--exit-code' <<< "$help"; then
+if grep -qE -- '(^|[ ,])--exit-code([ =,]|$)' <<< "$help"; then
   echo "== systemd: the boot unit with a refusing camera ends failed"
   control "plug $refusing_mac"
   inside systemctl start "$boot" || true

@@ -6,6 +6,9 @@
 #include "ipconfig/ConfigPass.h"
 #include "ipconfig/IPConfigAllDevices.h"
 
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <string>
 
 using GenICam::Client::INTERFACE_VERDICT;
@@ -35,6 +38,15 @@ void DiagRawNetworkRight()
     } else {
         Diag("raw-network right: missing: answers from other subnets can be filtered out by the kernel "
              "(reverse-path filtering), and every candidate address counts as free (no ARP probe)");
+    }
+}
+
+void WarnWithoutRawNetworkRight()
+{
+    if (!GenICam::Client::HasRawNetworkRight()) {
+        const int error = errno;
+        fprintf(stderr, "autoipconfig: no link-level socket (%s): cameras in other subnets can go unseen, "
+                        "addresses are not probed and announcements not heard\n", strerror(error));
     }
 }
 

@@ -8,6 +8,8 @@ class CConfigPass;
 
 // The run-wide lines of the operator's diagnostics (--verbose).
 void DiagRawNetworkRight();
+// A service is not run with --verbose: the one right it needs, when missing, is said on stderr always.
+void WarnWithoutRawNetworkRight();
 void DiagInterfaces(const std::vector<GenICam::Client::INTERFACE_VERDICT>& verdicts);
 // Each camera's outcome, with the same reason the JSON report gives.
 void DiagOutcomes(const CConfigPass& pass);

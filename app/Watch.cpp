@@ -173,6 +173,7 @@ int CWatcher::Run()
     } else {
         Diag("watch: no link notifications (%s): passes follow the interval only", strerror(error));
     }
+    WarnWithoutRawNetworkRight();
     m_scheduler.StartPass(MonotonicMs());
     const bool ok = __FirstPass();
     m_scheduler.OnPassEnded(MonotonicMs());

@@ -35,6 +35,14 @@ man -w autoipconfig > /dev/null
 systemd-analyze verify --man=no /usr/lib/systemd/system/autoipconfig.service \
   /usr/lib/systemd/system/autoipconfig-watch.service
 
+echo "== package: the units' exposure (at most 2.0 each)"
+for unit in autoipconfig.service autoipconfig-watch.service; do
+  # --threshold is on the 0-100 scale the scores are shown on divided by ten.
+  systemd-analyze security --offline=yes --no-pager "/usr/lib/systemd/system/$unit" | tail -1
+  systemd-analyze security --offline=yes --threshold=20 "/usr/lib/systemd/system/$unit" > /dev/null \
+    || { echo "package: $unit is exposed more than 2.0" >&2; exit 1; }
+done
+
 echo "== package: the boot unit's options file"
 options_file=/etc/default/autoipconfig  # read by the unit, never run
 unit=/usr/lib/systemd/system/autoipconfig.service  # checked as text here

@@ -16,7 +16,9 @@ fresh labs, and both runs must send the same) and "silent_interfaces" (host inte
 frame at all and whose links receive nothing), "final" (each camera's registers when the lab ends,
 by MAC: "MAC IP/MASK persistent IP/MASK/GATEWAY 0x0014 ccp N") and "shell" (runs in place of the
 tool: "$@" is the tool with "args"; $GVLAB_SIMULATORS for a power cycle; $AIC_CLOCK_STEP_LIB, from CTest,
-a preload that steps the wall clock forward once).
+a preload that steps the wall clock forward once), "unprivileged" (true: the tool runs as nobody with
+CAP_NET_RAW alone, as the units run it) and "like" (a case file in the same folder whose keys this one
+takes, its own keys winning).
 
 usage: run_case.py --tool PATH CASE.json
 """
@@ -39,13 +41,20 @@ PYTHON = "/usr/bin/python3"
 DOTS = re.compile(r"^\.+$")
 STAMP = re.compile(r"^\[ *(\d+\.\d{3})\] ")
 TOOL_LIMIT_S = 90
+# nobody, keeping of root's rights only raw link-level sockets
+UNPRIVILEGED = ["setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups", "--inh-caps=-all,+net_raw",
+                "--ambient-caps=-all,+net_raw", "--bounding-set=-all,+net_raw", "--"]
+
+
+def tool_command(case, tool):
+    return (UNPRIVILEGED if case.get("unprivileged") else []) + [tool]
 
 
 def run_lab(case_path, tool, args, record, sent, shell):
     # The tool runs under a shell that then notes every interface's sent-frame count.
     count = f'{shell}; s=$?; grep -H . /sys/class/net/*/statistics/tx_packets > {shlex.quote(sent)}; exit $s'
     command = [PYTHON, LAB, case_path, "--record", record, "--timeout", str(TOOL_LIMIT_S),
-               "--", "/bin/sh", "-c", count, "sh", tool] + args
+               "--", "/bin/sh", "-c", count, "sh"] + tool + args
     print("run: " + " ".join(command), flush=True)
     started = time.monotonic()
     result = subprocess.run(command, capture_output=True, text=True)
@@ -165,18 +174,30 @@ def final_problems(case, record, problems):
             for e in received(record, "final") for f in [e["fields"]]), problems)
 
 
-def tool_and_case(argv, description):
-    """The --tool PATH CASE.json arguments of a case runner, and the case read."""
+def tool_and_case(argv, description, work):
+    """The --tool PATH CASE.json arguments of a case runner, and the case read; a case "like" another
+    is written whole into the folder work, and args.case names that copy (the lab reads it)."""
     parser = argparse.ArgumentParser(description=description)
     parser.add_argument("--tool", required=True)
     parser.add_argument("case")
     args = parser.parse_args(argv)
     with open(args.case, encoding="utf-8") as f:
-        return args, json.load(f)
+        case = json.load(f)
+    if "like" in case:
+        with open(os.path.join(os.path.dirname(args.case), case.pop("like")), encoding="utf-8") as f:
+            case = dict(json.load(f), **case)
+        args.case = os.path.join(work, os.path.basename(args.case))
+        with open(args.case, "w", encoding="utf-8") as f:
+            json.dump(case, f)
+    return args, case
 
 
 def main(argv):
-    args, case = tool_and_case(argv, __doc__.splitlines()[0])
+    with tempfile.TemporaryDirectory(prefix="aic-case-") as work:
+        return run_case(*tool_and_case(argv, __doc__.splitlines()[0], work))
+
+
+def run_case(args, case):
     tool_args = case.get("args", [])
     runs = []
     if "stdout" in case:
@@ -194,7 +215,7 @@ def main(argv):
 def run_once(tool, case_path, case, tool_args, as_json):
     with tempfile.TemporaryDirectory(prefix="aic-e2e-") as work:
         record, sent = os.path.join(work, "record.jsonl"), os.path.join(work, "sent")
-        result, total = run_lab(case_path, os.path.abspath(tool), tool_args, record, sent,
+        result, total = run_lab(case_path, tool_command(case, os.path.abspath(tool)), tool_args, record, sent,
                                 case.get("shell", '"$@"'))
         sys.stdout.write(result.stderr + result.stdout)
         if not os.path.exists(record):

@@ -360,11 +360,11 @@ def check(case, result, record, tool):
 def main(argv):
     if argv[:1] == ["--drive"]:
         return drive(argv[1], argv[2], argv[3:])
-    args, case = run_case.tool_and_case(argv, __doc__.splitlines()[0])
-    tool = [os.path.abspath(args.tool), "--watch", *([] if case.get("text") else ["--json"]),
-            "--interval", str(case.get("interval", 10))]
-    last = max([a["at"] for a in case.get("actions", [])] + [0])
     with tempfile.TemporaryDirectory(prefix="aic-watch-") as work:
+        args, case = run_case.tool_and_case(argv, __doc__.splitlines()[0], work)
+        tool = [*run_case.tool_command(case, os.path.abspath(args.tool)), "--watch",
+                *([] if case.get("text") else ["--json"]), "--interval", str(case.get("interval", 10))]
+        last = max([a["at"] for a in case.get("actions", [])] + [0])
         record, result_path = os.path.join(work, "record.jsonl"), os.path.join(work, "result.json")
         command = [PYTHON, run_case.LAB, args.case, "--record", record, "--timeout", str(last + LAB_SLACK_S),
                    "--", PYTHON, os.path.abspath(__file__), "--drive", os.path.abspath(args.case), result_path,
@@ -376,7 +376,7 @@ def main(argv):
             problems = [f"the lab ended with {lab.returncode} before the driver wrote its result"]
         else:
             with open(result_path, encoding="utf-8") as f:
-                problems = check(case, json.load(f), record, tool[0])
+                problems = check(case, json.load(f), record, os.path.abspath(args.tool))
     for problem in problems:
         print("FAIL: " + problem)
     return 1 if problems else 0

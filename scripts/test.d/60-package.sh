@@ -54,7 +54,7 @@ for name in AUTOIPCONFIG_OPTIONS AUTOIPCONFIG_WATCH_OPTIONS; do
     || { echo "package: $name is not set empty by default" >&2; exit 1; }
 done
 grep -qx "EnvironmentFile=-$options_file" "$unit" \
-  && grep -q '^ExecStart=/usr/sbin/[a-z]* \$AUTOIPCONFIG_OPTIONS$' "$unit" \
+  && grep -q '^ExecStart=/usr/sbin/[a-z]* --exit-code \$AUTOIPCONFIG_OPTIONS$' "$unit" \
   || { echo "package: the unit does not take its options from $options_file" >&2; exit 1; }
 
 echo "== package: the watch unit"

@@ -9,8 +9,17 @@ using Json = nlohmann::ordered_json;
 
 const char* WatchEventName(WATCH_EVENT_KIND kind)
 {
-    static const char* const names[] = {"appeared", "moved", "planned", "failed", "lost", "gone"};
-    return kind <= WATCH_EVENT_GONE ? names[kind] : "unknown";
+    static const char* const names[] = {"appeared", "moved", "planned", "failed", "lost", "gone", "config"};
+    return kind <= WATCH_EVENT_CONFIG ? names[kind] : "unknown";
+}
+
+WATCH_EVENT ConfigEvent(uint64_t wallMs, const std::string& reason)
+{
+    WATCH_EVENT event;
+    event.nWallMs = wallMs;
+    event.nKind = WATCH_EVENT_CONFIG;
+    event.strReason = reason;
+    return event;
 }
 
 std::string UtcMsText(uint64_t wallMs)
@@ -29,8 +38,10 @@ std::string WatchEventJson(const WATCH_EVENT& event)
     Json line = {
         {"time", UtcMsText(event.nWallMs)},
         {"event", WatchEventName(event.nKind)},
-        {"interface", event.strInterface},
     };
+    if (event.nKind != WATCH_EVENT_CONFIG) {
+        line["interface"] = event.strInterface;
+    }
     if (!event.strMac.empty()) {
         line["mac"] = event.strMac;
         line["ip"] = DottedText(event.nIP);
@@ -49,6 +60,10 @@ std::string WatchEventJson(const WATCH_EVENT& event)
 
 std::string WatchEventText(const WATCH_EVENT& event)
 {
+    if (event.nKind == WATCH_EVENT_CONFIG) {
+        const std::string text = UtcMsText(event.nWallMs) + " config ";
+        return event.strReason.empty() ? text + "applied" : text + "rejected: " + event.strReason;
+    }
     std::string text = UtcMsText(event.nWallMs) + " " + event.strInterface;
     if (!event.strMac.empty()) {
         text += " " + event.strMac;

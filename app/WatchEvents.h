@@ -13,13 +13,14 @@ enum WATCH_EVENT_KIND {
     WATCH_EVENT_FAILED,        // refused, did not take, or left alone as contested
     WATCH_EVENT_LOST,          // sent an address, never answered there
     WATCH_EVENT_GONE,          // not seen for several passes in a row
+    WATCH_EVENT_CONFIG,        // the configuration was read again on SIGHUP; a reason: rejected, old one kept
 };
 
 // One event as a value: written as a JSON line or a text line, counted into the status summary.
 struct WATCH_EVENT {
     uint64_t nWallMs = 0;        // Unix time in ms, for display only
     WATCH_EVENT_KIND nKind = WATCH_EVENT_APPEARED;
-    std::string strInterface;    // the report's interface name
+    std::string strInterface;    // the report's interface name; empty for a config event
     std::string strMac;          // report spelling; empty for an event without a camera
     std::string strModel;
     std::string strSerial;
@@ -29,6 +30,9 @@ struct WATCH_EVENT {
     uint32_t nPreviousIP = 0;    // where it was before this pass
     std::string strReason;       // the JSON report's reason texts; empty: none
 };
+
+// The event that tells a reload: `reason` is the file's error (file:line:col: ...), empty when applied.
+WATCH_EVENT ConfigEvent(uint64_t wallMs, const std::string& reason);
 
 const char* WatchEventName(WATCH_EVENT_KIND kind);
 

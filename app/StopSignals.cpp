@@ -12,7 +12,6 @@ using namespace GenICam::Client;
 namespace {
 
 volatile sig_atomic_t g_nStopSignal = 0;
-volatile sig_atomic_t g_nReloadFd = -1;
 
 // Async-signal-safe: the token's request is one write to its eventfd.
 void OnStopSignal(int number)
@@ -22,6 +21,8 @@ void OnStopSignal(int number)
     ProcessStopToken().Request();
     errno = saved;
 }
+
+volatile sig_atomic_t g_nReloadFd = -1;
 
 // Async-signal-safe as well: one write to the reload eventfd, whose full counter is still a request.
 void OnReloadSignal(int)
@@ -55,6 +56,45 @@ bool Failed(int* error)
 }
 
 } // namespace
+
+CReloadSignal::~CReloadSignal()
+{
+    Uninstall();
+}
+
+bool CReloadSignal::Install(int* error)
+{
+    Uninstall();
+    m_fd.Reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    if (!m_fd.IsOpen()) {
+        return Failed(error);
+    }
+    g_nReloadFd = m_fd.Get();
+    if (!Catch(SIGHUP, OnReloadSignal, &m_saHup)) {
+        Failed(error);
+        g_nReloadFd = -1;
+        m_fd.Reset();
+        return false;
+    }
+    m_installed = true;
+    return true;
+}
+
+void CReloadSignal::Uninstall()
+{
+    if (m_installed) {
+        sigaction(SIGHUP, &m_saHup, nullptr);
+        g_nReloadFd = -1;
+        m_fd.Reset();
+        m_installed = false;
+    }
+}
+
+bool CReloadSignal::TakeRequest()
+{
+    uint64_t count = 0;
+    return m_fd.IsOpen() && read(m_fd.Get(), &count, sizeof(count)) == sizeof(count) && count != 0;
+}
 
 CStopSignals::CStopSignals() : m_bInstalled(false), m_saTerm(), m_saInt() {}
 
@@ -91,44 +131,4 @@ void CStopSignals::Uninstall()
 int ReceivedStopSignal()
 {
     return g_nStopSignal;
-}
-
-CReloadSignal::~CReloadSignal()
-{
-    Uninstall();
-}
-
-bool CReloadSignal::Install(int* error)
-{
-    Uninstall();
-    m_fd.Reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    if (!m_fd.IsOpen()) {
-        return Failed(error);
-    }
-    g_nReloadFd = m_fd.Get();
-    if (!Catch(SIGHUP, OnReloadSignal, &m_saHup)) {
-        const int saved = errno;
-        g_nReloadFd = -1;
-        m_fd.Reset();
-        errno = saved;
-        return Failed(error);
-    }
-    m_installed = true;
-    return true;
-}
-
-void CReloadSignal::Uninstall()
-{
-    if (m_installed) {
-        sigaction(SIGHUP, &m_saHup, nullptr);
-        g_nReloadFd = -1;
-        m_fd.Reset();
-        m_installed = false;
-    }
-}
-
-bool CReloadSignal::TakeRequest()
-{
-    uint64_t count = 0;
-    return m_fd.IsOpen() && read(m_fd.Get(), &count, sizeof(count)) == sizeof(count) && count != 0;
 }

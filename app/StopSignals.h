@@ -4,30 +4,6 @@
 
 #include <signal.h>
 
-// SIGTERM and SIGINT request the process's stop token (common/StopToken.h), which every wait polls:
-// the waits end, control privilege is given back, and the process exits 0. Another signal of either
-// kind while stopping changes nothing.
-class CStopSignals {
-public:
-    CStopSignals();
-    ~CStopSignals();
-    CStopSignals(const CStopSignals&) = delete;
-    CStopSignals& operator=(const CStopSignals&) = delete;
-
-    // false with the errno in `error` (may be null) when a handler cannot be set.
-    bool Install(int* error);
-    // Puts the handlers found by Install back.
-    void Uninstall();
-
-private:
-    bool m_bInstalled;
-    struct sigaction m_saTerm;
-    struct sigaction m_saInt;
-};
-
-// The signal that requested the stop, 0 when none did.
-int ReceivedStopSignal();
-
 // SIGHUP asks for the configuration to be read again: its descriptor becomes readable until the request
 // is taken. The signal neither stops the process nor ends a wait. One instance at a time.
 class CReloadSignal {
@@ -51,3 +27,27 @@ private:
     bool m_installed = false;
     struct sigaction m_saHup = {};
 };
+
+// SIGTERM and SIGINT request the process's stop token (common/StopToken.h), which every wait polls:
+// the waits end, control privilege is given back, and the process exits 0. Another signal of either
+// kind while stopping changes nothing.
+class CStopSignals {
+public:
+    CStopSignals();
+    ~CStopSignals();
+    CStopSignals(const CStopSignals&) = delete;
+    CStopSignals& operator=(const CStopSignals&) = delete;
+
+    // false with the errno in `error` (may be null) when a handler cannot be set.
+    bool Install(int* error);
+    // Puts the handlers found by Install back.
+    void Uninstall();
+
+private:
+    bool m_bInstalled;
+    struct sigaction m_saTerm;
+    struct sigaction m_saInt;
+};
+
+// The signal that requested the stop, 0 when none did.
+int ReceivedStopSignal();

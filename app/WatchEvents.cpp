@@ -35,13 +35,18 @@ std::string UtcMsText(uint64_t wallMs)
 
 std::string WatchEventJson(const WATCH_EVENT& event)
 {
+    if (event.nKind == WATCH_EVENT_CONFIG) {
+        Json line = {{"time", UtcMsText(event.nWallMs)}, {"event", WatchEventName(event.nKind)}};
+        if (!event.strReason.empty()) {
+            line["reason"] = event.strReason;
+        }
+        return line.dump(-1, ' ', false, Json::error_handler_t::replace);
+    }
     Json line = {
         {"time", UtcMsText(event.nWallMs)},
         {"event", WatchEventName(event.nKind)},
+        {"interface", event.strInterface},
     };
-    if (event.nKind != WATCH_EVENT_CONFIG) {
-        line["interface"] = event.strInterface;
-    }
     if (!event.strMac.empty()) {
         line["mac"] = event.strMac;
         line["ip"] = DottedText(event.nIP);
@@ -60,10 +65,6 @@ std::string WatchEventJson(const WATCH_EVENT& event)
 
 std::string WatchEventText(const WATCH_EVENT& event)
 {
-    if (event.nKind == WATCH_EVENT_CONFIG) {
-        const std::string text = UtcMsText(event.nWallMs) + " config ";
-        return event.strReason.empty() ? text + "applied" : text + "rejected: " + event.strReason;
-    }
     std::string text = UtcMsText(event.nWallMs) + " " + event.strInterface;
     if (!event.strMac.empty()) {
         text += " " + event.strMac;
@@ -74,6 +75,9 @@ std::string WatchEventText(const WATCH_EVENT& event)
     case WATCH_EVENT_APPEARED:
         text += " at " + ip;
         break;
+    case WATCH_EVENT_CONFIG:  // neither interface nor camera: the time and the outcome only
+        return UtcMsText(event.nWallMs) + " config " +
+               (event.strReason.empty() ? "applied" : "rejected: " + event.strReason);
     case WATCH_EVENT_GONE:
         text += " from " + ip;
         break;

@@ -20,7 +20,7 @@ enum WATCH_EVENT_KIND {
 struct WATCH_EVENT {
     uint64_t nWallMs = 0;        // Unix time in ms, for display only
     WATCH_EVENT_KIND nKind = WATCH_EVENT_APPEARED;
-    std::string strInterface;    // the report's interface name; empty for a config event
+    std::string strInterface;    // the report's interface name
     std::string strMac;          // report spelling; empty for an event without a camera
     std::string strModel;
     std::string strSerial;
@@ -31,7 +31,8 @@ struct WATCH_EVENT {
     std::string strReason;       // the JSON report's reason texts; empty: none
 };
 
-// The event that tells a reload: `reason` is the file's error (file:line:col: ...), empty when applied.
+// The event that tells a reload, without interface or camera: `reason` is the file's error
+// (file:line:col: ...), empty when the new configuration applies.
 WATCH_EVENT ConfigEvent(uint64_t wallMs, const std::string& reason);
 
 const char* WatchEventName(WATCH_EVENT_KIND kind);

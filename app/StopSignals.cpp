@@ -3,7 +3,9 @@
 #include "common/StopToken.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
+#include <sys/eventfd.h>
 
 using namespace GenICam::Client;
 
@@ -20,6 +22,31 @@ void OnStopSignal(int number)
     errno = saved;
 }
 
+volatile sig_atomic_t g_nReloadFd = -1;
+
+// Async-signal-safe as well: one write to the reload eventfd, whose full counter is still a request.
+void OnReloadSignal(int)
+{
+    const int saved = errno;
+    const uint64_t one = 1;
+    const int fd = g_nReloadFd;
+    if (fd >= 0) {
+        [[maybe_unused]] const ssize_t written = write(fd, &one, sizeof(one));
+    }
+    errno = saved;
+}
+
+// Restarting calls keep the code that reads sockets without the token unaware of the signal.
+bool Catch(int number, void (*handler)(int), struct sigaction* previous)
+{
+    struct sigaction action;
+    memset(&action, 0, sizeof(action));
+    action.sa_handler = handler;
+    action.sa_flags = SA_RESTART;
+    sigemptyset(&action.sa_mask);
+    return sigaction(number, &action, previous) == 0;
+}
+
 bool Failed(int* error)
 {
     if (error != nullptr) {
@@ -30,6 +57,45 @@ bool Failed(int* error)
 
 } // namespace
 
+CReloadSignal::~CReloadSignal()
+{
+    Uninstall();
+}
+
+bool CReloadSignal::Install(int* error)
+{
+    Uninstall();
+    m_fd.Reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    if (!m_fd.IsOpen()) {
+        return Failed(error);
+    }
+    g_nReloadFd = m_fd.Get();
+    if (!Catch(SIGHUP, OnReloadSignal, &m_saHup)) {
+        Failed(error);
+        g_nReloadFd = -1;
+        m_fd.Reset();
+        return false;
+    }
+    m_installed = true;
+    return true;
+}
+
+void CReloadSignal::Uninstall()
+{
+    if (m_installed) {
+        sigaction(SIGHUP, &m_saHup, nullptr);
+        g_nReloadFd = -1;
+        m_fd.Reset();
+        m_installed = false;
+    }
+}
+
+bool CReloadSignal::TakeRequest()
+{
+    uint64_t count = 0;
+    return m_fd.IsOpen() && read(m_fd.Get(), &count, sizeof(count)) == sizeof(count) && count != 0;
+}
+
 CStopSignals::CStopSignals() : m_bInstalled(false), m_saTerm(), m_saInt() {}
 
 CStopSignals::~CStopSignals()
@@ -37,21 +103,15 @@ CStopSignals::~CStopSignals()
     Uninstall();
 }
 
-// Restarting calls keep the code that reads sockets without the token unaware of the signal.
 bool CStopSignals::Install(int* error)
 {
     Uninstall();
     // The token is made here: a static's first construction inside a handler is not safe.
     ProcessStopToken();
-    struct sigaction action;
-    memset(&action, 0, sizeof(action));
-    action.sa_handler = OnStopSignal;
-    action.sa_flags = SA_RESTART;
-    sigemptyset(&action.sa_mask);
-    if (sigaction(SIGTERM, &action, &m_saTerm) != 0) {
+    if (!Catch(SIGTERM, OnStopSignal, &m_saTerm)) {
         return Failed(error);
     }
-    if (sigaction(SIGINT, &action, &m_saInt) != 0) {
+    if (!Catch(SIGINT, OnStopSignal, &m_saInt)) {
         sigaction(SIGTERM, &m_saTerm, nullptr);
         return Failed(error);
     }

@@ -9,8 +9,17 @@ using Json = nlohmann::ordered_json;
 
 const char* WatchEventName(WATCH_EVENT_KIND kind)
 {
-    static const char* const names[] = {"appeared", "moved", "planned", "failed", "lost", "gone"};
-    return kind <= WATCH_EVENT_GONE ? names[kind] : "unknown";
+    static const char* const names[] = {"appeared", "moved", "planned", "failed", "lost", "gone", "config"};
+    return kind <= WATCH_EVENT_CONFIG ? names[kind] : "unknown";
+}
+
+WATCH_EVENT ConfigEvent(uint64_t wallMs, const std::string& reason)
+{
+    WATCH_EVENT event;
+    event.nWallMs = wallMs;
+    event.nKind = WATCH_EVENT_CONFIG;
+    event.strReason = reason;
+    return event;
 }
 
 std::string UtcMsText(uint64_t wallMs)
@@ -26,6 +35,13 @@ std::string UtcMsText(uint64_t wallMs)
 
 std::string WatchEventJson(const WATCH_EVENT& event)
 {
+    if (event.nKind == WATCH_EVENT_CONFIG) {
+        Json line = {{"time", UtcMsText(event.nWallMs)}, {"event", WatchEventName(event.nKind)}};
+        if (!event.strReason.empty()) {
+            line["reason"] = event.strReason;
+        }
+        return line.dump(-1, ' ', false, Json::error_handler_t::replace);
+    }
     Json line = {
         {"time", UtcMsText(event.nWallMs)},
         {"event", WatchEventName(event.nKind)},
@@ -59,6 +75,9 @@ std::string WatchEventText(const WATCH_EVENT& event)
     case WATCH_EVENT_APPEARED:
         text += " at " + ip;
         break;
+    case WATCH_EVENT_CONFIG:  // neither interface nor camera: the time and the outcome only
+        return UtcMsText(event.nWallMs) + " config " +
+               (event.strReason.empty() ? "applied" : "rejected: " + event.strReason);
     case WATCH_EVENT_GONE:
         text += " from " + ip;
         break;

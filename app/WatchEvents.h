@@ -13,6 +13,7 @@ enum WATCH_EVENT_KIND {
     WATCH_EVENT_FAILED,        // refused, did not take, or left alone as contested
     WATCH_EVENT_LOST,          // sent an address, never answered there
     WATCH_EVENT_GONE,          // not seen for several passes in a row
+    WATCH_EVENT_CONFIG,        // the configuration was read again on SIGHUP; a reason: rejected, old one kept
 };
 
 // One event as a value: written as a JSON line or a text line, counted into the status summary.
@@ -29,6 +30,10 @@ struct WATCH_EVENT {
     uint32_t nPreviousIP = 0;    // where it was before this pass
     std::string strReason;       // the JSON report's reason texts; empty: none
 };
+
+// The event that tells a reload, without interface or camera: `reason` is the file's error
+// (file:line:col: ...), empty when the new configuration applies.
+WATCH_EVENT ConfigEvent(uint64_t wallMs, const std::string& reason);
 
 const char* WatchEventName(WATCH_EVENT_KIND kind);
 

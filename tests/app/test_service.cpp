@@ -8,8 +8,10 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <string>
+#include <thread>
 #include <poll.h>
 #include <sys/socket.h>
+#include <pthread.h>
 #include <sys/un.h>
 #include <unistd.h>
 #include <vector>
@@ -177,4 +179,43 @@ TEST(StopSignals, TermAndIntRequestTheStopAndUninstallRestores)
         ProcessStopToken().Reset();
         signal(number, SIG_DFL);
     }
+}
+
+// SIGHUP while a wait runs: the wait goes on to its deadline, the request waits on its descriptor.
+TEST(ReloadSignal, HupIsARequestThatEndsNoWaitAndUninstallRestores)
+{
+    struct sigaction previous = {};
+    previous.sa_handler = SIG_IGN;
+    ASSERT_EQ(sigaction(SIGHUP, &previous, nullptr), 0);
+    ProcessStopToken().Reset();
+    CReloadSignal reload;
+    ASSERT_TRUE(reload.Install(nullptr));
+    EXPECT_FALSE(reload.TakeRequest());
+    int pipeFds[2];
+    ASSERT_EQ(pipe(pipeFds), 0);
+    const pthread_t waiter = pthread_self();
+    std::thread sender([waiter] {
+        usleep(50 * 1000);
+        pthread_kill(waiter, SIGHUP);
+        pthread_kill(waiter, SIGHUP);
+    });
+    const uint64_t start = MonotonicMs();
+    EXPECT_EQ(WaitReadable(pipeFds[0], start + 300, nullptr), WAIT_TIMEOUT);
+    EXPECT_GE(MonotonicMs() - start, 300u);
+    sender.join();
+    EXPECT_FALSE(ProcessStopToken().IsRequested());
+    size_t ready = 9;
+    const int fds[] = {pipeFds[0], reload.GetFd()};
+    EXPECT_EQ(WaitAnyReadable(fds, 2, MonotonicMs(), &ready, nullptr), WAIT_READY);
+    EXPECT_EQ(ready, 1u);
+    EXPECT_TRUE(reload.TakeRequest());
+    EXPECT_FALSE(reload.TakeRequest()) << "two signals, one request";
+    reload.Uninstall();
+    EXPECT_EQ(reload.GetFd(), -1);
+    struct sigaction now = {};
+    sigaction(SIGHUP, nullptr, &now);
+    EXPECT_EQ(now.sa_handler, SIG_IGN);
+    close(pipeFds[0]);
+    close(pipeFds[1]);
+    signal(SIGHUP, SIG_DFL);
 }

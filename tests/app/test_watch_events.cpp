@@ -43,6 +43,9 @@ TEST(WatchEvents, TextLines)
     for (const auto& t : cases) {
         EXPECT_EQ(WatchEventText(t.event), std::string("2026-11-25T06:30:00.123Z eth0 00-11-22-33-44-55 ") + t.text);
     }
+    EXPECT_EQ(WatchEventText(ConfigEvent(7, "")), "1970-01-01T00:00:00.007Z config applied");
+    EXPECT_EQ(WatchEventText(ConfigEvent(7, "/etc/a.toml:7:1: bad")),
+              "1970-01-01T00:00:00.007Z config rejected: /etc/a.toml:7:1: bad");
 }
 
 TEST(WatchEvents, JsonLines)
@@ -63,6 +66,10 @@ TEST(WatchEvents, JsonLines)
                   R"x("ip":"192.168.1.11","mask":"255.255.255.0","model":"SIM)x" "\xef\xbf\xbd"
                   R"x(","serial":"S1","previous_ip":"10.0.0.7","reason":"refused (status 0x8002)"})x"},
         {noCamera, R"({"time":"1970-01-01T00:00:00.007Z","event":"appeared","interface":"eth0"})"},
+        {ConfigEvent(7, ""), R"({"time":"1970-01-01T00:00:00.007Z","event":"config"})"},
+        {ConfigEvent(7, "/etc/a.toml:7:1: unknown key \"adress\" in [[camera]]"),
+         R"({"time":"1970-01-01T00:00:00.007Z","event":"config",)"
+         R"("reason":"/etc/a.toml:7:1: unknown key \"adress\" in [[camera]]"})"},
     };
     for (const auto& t : cases) {
         EXPECT_EQ(WatchEventJson(t.event), t.json);

@@ -15,6 +15,8 @@ namespace {
 
 const int kJsonOption = 0x100;
 const int kIntervalOption = 0x101;
+const int kConfigOption = 0x102;
+const int kCheckConfigOption = 0x103;
 const double kIntervalMinS = 0.2;
 const double kIntervalMaxS = 3600;
 
@@ -29,6 +31,8 @@ const option kLongOptions[] = {
     {"verbose", no_argument, nullptr, 'v'},
     {"watch", no_argument, nullptr, 'w'},
     {"interval", required_argument, nullptr, kIntervalOption},
+    {"config", required_argument, nullptr, kConfigOption},
+    {"check-config", no_argument, nullptr, kCheckConfigOption},
     {nullptr, 0, nullptr, 0},
 };
 
@@ -44,7 +48,7 @@ std::string UsageProblem(int code, char* argv[])
     if (optopt == 0) {
         return "unknown option '" + word + "'";
     }
-    if (optopt == kJsonOption || strchr("nhVscvw", optopt) != nullptr) {
+    if (optopt == kJsonOption || optopt == kCheckConfigOption || strchr("nhVscvw", optopt) != nullptr) {
         return "option '" + word.substr(0, word.find('=')) + "' takes no value";
     }
     return "unknown option '" + letter + "'";
@@ -126,6 +130,16 @@ bool ParseOptions(int argc, char* argv[], RUN_OPTIONS* options, std::string* pro
             }
             interval = true;
             break;
+        case kConfigOption:
+            if (*optarg == '\0') {
+                *problem = "empty configuration file name";
+                return false;
+            }
+            options->strConfigFile = optarg;
+            break;
+        case kCheckConfigOption:
+            options->bCheckConfig = true;
+            break;
         default:
             *problem = UsageProblem(code, argv);
             return false;
@@ -175,7 +189,11 @@ void PrintHelp()
            "  -v, --verbose          say on standard error what the run sees and decides, and why\n"
            "  -w, --watch            keep running after the report: move cameras that come or\n"
            "                         change, one event line each, until SIGTERM or SIGINT\n"
-           "      --interval SECONDS seconds between watch passes, 0.2 to 3600 (default 10)\n");
+           "      --interval SECONDS seconds between watch passes, 0.2 to 3600 (default 10)\n"
+           "      --config FILE      read the address plan from FILE only, not from\n"
+           "                         /etc/autoipconfig/autoipconfig.toml and conf.d/*.toml\n"
+           "      --check-config     check the address plan, print it per interface and exit\n"
+           "                         (0, or 78 on errors); sends nothing\n");
 }
 
 std::string BannerText()

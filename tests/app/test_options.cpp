@@ -26,7 +26,7 @@ PARSED Parse(std::vector<std::string> words)
 }
 
 // The flags as letters, in a fixed order: n dry run, j json, h help, V version, s standard,
-// c check conflicts, v verbose; then the interfaces.
+// c check conflicts, v verbose, k check config; then the configuration file and the interfaces.
 std::string Flags(const RUN_OPTIONS& o)
 {
     std::string flags;
@@ -37,6 +37,8 @@ std::string Flags(const RUN_OPTIONS& o)
     flags += o.bStandard ? "s" : "";
     flags += o.bCheckConflicts ? "c" : "";
     flags += o.bVerbose ? "v" : "";
+    flags += o.bCheckConfig ? "k" : "";
+    flags += o.strConfigFile.empty() ? "" : " config=" + o.strConfigFile;
     for (const std::string& name : o.vecInterface) {
         flags += " " + name;
     }
@@ -68,6 +70,10 @@ TEST(Options, ParsesEveryFormAndNamesWhatIsWrong)
         {{"--json=yes"}, "", "option '--json' takes no value"},
         {{"--dry-run=1"}, "", "option '--dry-run' takes no value"},
         {{"-n", "eth0"}, "", "unexpected argument 'eth0'"},
+        {{"--check-config", "--config", "a.toml"}, "k config=a.toml", ""},
+        {{"--config"}, "", "option '--config' needs a value"},
+        {{"--config="}, "", "empty configuration file name"},
+        {{"--check-config=x"}, "", "option '--check-config' takes no value"},
     };
     for (const auto& c : cases) {
         const PARSED parsed = Parse(c.words);

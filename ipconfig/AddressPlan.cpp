@@ -163,7 +163,11 @@ private:
                 ok = ok && !text.empty();
             } else if (key == "serial") {
                 hasSerial = true;
-                ok = CameraString(key, value, &reservation.strSerial) && ok;
+                const bool read = CameraString(key, value, &reservation.strSerial);
+                if (read && reservation.strSerial.empty()) {
+                    Error(value.source(), "\"serial\" in [[camera]] is empty");
+                }
+                ok = read && !reservation.strSerial.empty() && ok;
             } else if (key == "mac") {
                 hasMAC = true;
                 if (CameraString(key, value, &text) && !ParseMAC(text, &reservation.strMAC)) {
@@ -187,16 +191,15 @@ private:
             return;
         }
         const RESERVATION* sameAddress = plan->FindReservedAddress(reservation.nIP);
-        const RESERVATION* sameCamera =
-            plan->FindReservation(reservation.strSerial, reservation.strMAC.empty() ? "-" : reservation.strMAC);
+        const RESERVATION* sameCamera = plan->FindReservation(reservation.strSerial, reservation.strMAC);
         if (sameAddress != nullptr) {
             Error(camera.source(), "address " + DottedText(reservation.nIP) + " is reserved twice (first at " +
                                        sameAddress->stPlace.Text() + ")");
-        } else if (sameCamera != nullptr && sameCamera->Who() == reservation.Who()) {
+        } else if (sameCamera != nullptr) {
             Error(camera.source(), "camera " + reservation.Who() + " is reserved twice (first at " +
                                        sameCamera->stPlace.Text() + ")");
         } else {
-            plan->vecReservation.push_back(reservation);
+            plan->AddReservation(reservation);
         }
     }
 
@@ -204,11 +207,6 @@ private:
     ADDRESS_PLAN* plan;
     std::vector<FOUND_ERROR> errors;
 };
-
-bool SameMAC(const std::string& a, const std::string& b)
-{
-    return a.size() == b.size() && strcasecmp(a.c_str(), b.c_str()) == 0;
-}
 
 } // namespace
 
@@ -232,25 +230,30 @@ const INTERFACE_PLAN* ADDRESS_PLAN::FindInterface(const std::string& name) const
     return nullptr;
 }
 
+void ADDRESS_PLAN::AddReservation(const RESERVATION& reservation)
+{
+    const size_t at = vecReservation.size();
+    vecReservation.push_back(reservation);
+    (reservation.strSerial.empty() ? mapByMAC[reservation.strMAC] : mapBySerial[reservation.strSerial]) = at;
+    mapByAddress[reservation.nIP] = at;
+}
+
 const RESERVATION* ADDRESS_PLAN::FindReservation(const std::string& serial, const std::string& mac) const
 {
-    for (const RESERVATION& reservation : vecReservation) {
-        if ((!reservation.strSerial.empty() && reservation.strSerial == serial) ||
-            (!reservation.strMAC.empty() && SameMAC(reservation.strMAC, mac))) {
-            return &reservation;
-        }
+    const auto bySerial = mapBySerial.find(serial);
+    if (bySerial != mapBySerial.end()) {
+        return &vecReservation[bySerial->second];
     }
-    return nullptr;
+    std::string upper = mac;
+    std::transform(upper.begin(), upper.end(), upper.begin(), [](unsigned char c) { return toupper(c); });
+    const auto byMAC = mapByMAC.find(upper);
+    return byMAC == mapByMAC.end() ? nullptr : &vecReservation[byMAC->second];
 }
 
 const RESERVATION* ADDRESS_PLAN::FindReservedAddress(unsigned int ip) const
 {
-    for (const RESERVATION& reservation : vecReservation) {
-        if (reservation.nIP == ip) {
-            return &reservation;
-        }
-    }
-    return nullptr;
+    const auto byAddress = mapByAddress.find(ip);
+    return byAddress == mapByAddress.end() ? nullptr : &vecReservation[byAddress->second];
 }
 
 void ReadPlanText(const std::string& file, const std::string& text, ADDRESS_PLAN* plan,

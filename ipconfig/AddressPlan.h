@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 // Inclusive, host order.
@@ -37,15 +38,22 @@ struct RESERVATION {
     std::string Who() const;  // serial or MAC, as messages name the camera
 };
 
+// Reservations are added through AddReservation() only: the lookups go through its indexes.
 struct ADDRESS_PLAN {
     std::vector<INTERFACE_PLAN> vecInterface;
     std::vector<RESERVATION> vecReservation;
 
     bool IsEmpty() const { return vecInterface.empty() && vecReservation.empty(); }
+    void AddReservation(const RESERVATION& reservation);
     const INTERFACE_PLAN* FindInterface(const std::string& name) const;
     // The reservation of a camera; the serial is matched as the report prints it, the MAC in any case.
     const RESERVATION* FindReservation(const std::string& serial, const std::string& mac) const;
     const RESERVATION* FindReservedAddress(unsigned int ip) const;
+
+private:
+    std::unordered_map<std::string, size_t> mapBySerial;
+    std::unordered_map<std::string, size_t> mapByMAC;
+    std::unordered_map<unsigned int, size_t> mapByAddress;
 };
 
 // Adds one file's text to `plan`; every problem of the file is appended to `errors` as

@@ -142,9 +142,10 @@ TEST(PlanReader, EveryErrorWithItsPlace)
          "[[camera]]\nserial = \"B\"\nmac = \"00-11-22-33-44-55\"\naddress = \"10.0.0.2\"\n",
          {"f.toml:1:1: [[camera]] has no \"address\"", "f.toml:3:1: [[camera]] has neither \"serial\" nor \"mac\"",
           "f.toml:5:1: [[camera]] has both \"serial\" and \"mac\": give one"}},
-        {"[[camera]]\nserial = 7\naddress = \"1.2.3\"\n[[camera]]\nmac = \"00-11-22-33-44\"\naddress = \"10.0.0.1\"\n",
+        {"[[camera]]\nserial = 7\naddress = \"1.2.3\"\n[[camera]]\nmac = \"00-11-22-33-44\"\naddress = \"10.0.0.1\"\n"
+         "[[camera]]\nserial = \"\"\naddress = \"10.0.0.2\"\n",
          {"f.toml:2:10: \"serial\" in [[camera]] must be a string", "f.toml:3:11: \"1.2.3\" is not an IPv4 address",
-          "f.toml:5:7: \"00-11-22-33-44\" is not a MAC address"}},
+          "f.toml:5:7: \"00-11-22-33-44\" is not a MAC address", "f.toml:8:10: \"serial\" in [[camera]] is empty"}},
         {Reserve("A", "10.0.0.1") + Reserve("B", "10.0.0.1") + Reserve("00-11-22-33-44-55", "10.0.0.2") +
              Reserve("00:11:22:33:44:55", "10.0.0.3"),
          {"f.toml:4:1: address 10.0.0.1 is reserved twice (first at f.toml:1:1)",

@@ -17,6 +17,8 @@ const int kJsonOption = 0x100;
 const int kIntervalOption = 0x101;
 const int kExitCodeOption = 0x110;
 const int kMetricsFileOption = 0x111;
+const int kConfigOption = 0x102;
+const int kCheckConfigOption = 0x103;
 const double kIntervalMinS = 0.2;
 const double kIntervalMaxS = 3600;
 
@@ -33,6 +35,8 @@ const option kLongOptions[] = {
     {"interval", required_argument, nullptr, kIntervalOption},
     {"exit-code", no_argument, nullptr, kExitCodeOption},
     {"metrics-file", required_argument, nullptr, kMetricsFileOption},
+    {"config", required_argument, nullptr, kConfigOption},
+    {"check-config", no_argument, nullptr, kCheckConfigOption},
     {nullptr, 0, nullptr, 0},
 };
 
@@ -48,7 +52,8 @@ std::string UsageProblem(int code, char* argv[])
     if (optopt == 0) {
         return "unknown option '" + word + "'";
     }
-    if (optopt == kJsonOption || optopt == kExitCodeOption || strchr("nhVscvw", optopt) != nullptr) {
+    if (optopt == kJsonOption || optopt == kExitCodeOption || optopt == kCheckConfigOption ||
+        strchr("nhVscvw", optopt) != nullptr) {
         return "option '" + word.substr(0, word.find('=')) + "' takes no value";
     }
     return "unknown option '" + letter + "'";
@@ -140,6 +145,16 @@ bool ParseOptions(int argc, char* argv[], RUN_OPTIONS* options, std::string* pro
             }
             options->strMetricsFile = optarg;
             break;
+        case kConfigOption:
+            if (*optarg == '\0') {
+                *problem = "empty configuration file name";
+                return false;
+            }
+            options->strConfigFile = optarg;
+            break;
+        case kCheckConfigOption:
+            options->bCheckConfig = true;
+            break;
         default:
             *problem = UsageProblem(code, argv);
             return false;
@@ -190,12 +205,17 @@ void PrintHelp()
            "  -w, --watch            keep running after the report: move cameras that come or\n"
            "                         change, one event line each, until SIGTERM or SIGINT\n"
            "      --interval SECONDS seconds between watch passes, 0.2 to 3600 (default 10)\n"
+           "      --config FILE      read the address plan from FILE only, not from\n"
+           "                         /etc/autoipconfig/autoipconfig.toml and conf.d/*.toml\n"
+           "      --check-config     check the address plan, print it per interface and exit\n"
+           "                         (0, or 78 on errors); sends nothing\n"
            "      --metrics-file FILE\n"
            "                         write Prometheus metrics to FILE after every pass, replaced\n"
            "                         atomically (node_exporter's textfile collector reads it)\n"
            "      --exit-code        exit 1 when a camera is left unreachable, 3 when the run\n"
            "                         cannot finish; 0 only when every camera ends reachable\n"
-           "Exit status: 0 done, 2 wrong command line; with --exit-code also 1 and 3 as above.\n");
+           "Exit status: 0 done, 2 wrong command line, 78 bad configuration file;\n"
+           "with --exit-code also 1 and 3 as above.\n");
 }
 
 std::string BannerText()

@@ -1,6 +1,9 @@
 #pragma once
 
+#include "ipconfig/AddressPlan.h"
+
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -18,6 +21,9 @@ struct RUN_OPTIONS {
     std::string strMetricsFile;  // Prometheus text written after every pass; empty: none
     uint64_t nIntervalMs = 10000;  // --watch: from the end of one pass to the start of the next
     std::vector<std::string> vecInterface;
+    std::string strConfigFile;  // --config: this file instead of the default ones
+    bool bCheckConfig = false;
+    std::shared_ptr<const ADDRESS_PLAN> pPlan;  // read from the files after parsing; null: none
 };
 
 // Fills options from argv; false with the problem in one phrase when the command line is wrong.

@@ -35,6 +35,7 @@ PASS_OPTIONS PassOptionsOf(const RUN_OPTIONS& options)
     pass.bStandard = options.bStandard;
     pass.bCheckConflicts = options.bCheckConflicts;
     pass.vecInterface = options.vecInterface;
+    pass.pPlan = options.pPlan;
     return pass;
 }
 

@@ -3,6 +3,7 @@
 #include "app/Metrics.h"
 #include "app/Options.h"
 #include "app/PlainRun.h"
+#include "app/PlanCheck.h"
 #include "app/RunDiagnostics.h"
 #include "app/Watch.h"
 #include "common/Diagnostics.h"
@@ -16,6 +17,7 @@
 namespace {
 
 const int kUsageError = 2;
+const int kConfigError = 78;  // EX_CONFIG
 
 int UsageError(const std::string& problem)
 {
@@ -73,9 +75,21 @@ int main(int argc, char* argv[])
         PrintVersion();
         return 0;
     }
+    // A configuration with errors stops the run before anything is sent.
+    const PLAN_LOAD plan = LoadAddressPlan(options.strConfigFile);
+    for (const std::string& error : plan.vecError) {
+        fprintf(stderr, "autoipconfig: %s\n", error.c_str());
+    }
+    if (!plan.vecError.empty()) {
+        return kConfigError;
+    }
+    options.pPlan = plan.pPlan;
     const std::string unusable = FindInterfaceProblem(options.vecInterface);
     if (!unusable.empty()) {
         return UsageError(unusable);
+    }
+    if (options.bCheckConfig) {
+        return RunCheckConfig(options);
     }
     // Without the right no probe goes out, and an unprobed candidate must not pass for free.
     if (options.bCheckConflicts && !GenICam::Client::HasRawNetworkRight()) {

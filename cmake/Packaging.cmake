@@ -30,6 +30,8 @@ install(FILES ${AIC_PACKAGING_DIR}/autoipconfig.service ${AIC_PACKAGING_DIR}/aut
         DESTINATION lib/systemd/system)
 # The units' options: a conffile (packaging/conffiles), so dpkg keeps the operator's edits.
 install(FILES ${AIC_PACKAGING_DIR}/autoipconfig.default DESTINATION /etc/default RENAME autoipconfig)
+# The address plan, every key commented out: also a conffile.
+install(FILES ${AIC_PACKAGING_DIR}/autoipconfig.toml DESTINATION /etc/autoipconfig)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME ${PROJECT_NAME})

@@ -211,7 +211,7 @@ CAMERA_REPORT CConfigPass::__Judge(const SEEN_CAMERA& camera, const SEEN_INTERFA
         const bool there = camera.nIP == outcome.nNewIP;
         outcome.nAction = there ? CAMERA_MOVED : CAMERA_FAILED;
         outcome.nNote = !there && outcome.stForceIP.stMove.IsOk() ? CAMERA_NOTE_NOT_AT_NEW_ADDRESS : CAMERA_NOTE_NONE;
-    } else if (outcome.nAction == CAMERA_KEPT && !camera.bAvailable) {
+    } else if (outcome.nAction == CAMERA_KEPT && !camera.bAvailable && outcome.strPlanNote.empty()) {
         const SEEN_CAMERA* first = __FindSeen(camera.strDevID);
         outcome.nNote = itf.nIP == 0            ? CAMERA_NOTE_INTERFACE_NO_ADDRESS
                         : !IsIPValid(itf.nIP)   ? CAMERA_NOTE_INTERFACE_LINK_LOCAL
@@ -278,6 +278,12 @@ const char* ActionText(CAMERA_ACTION action)
 
 std::string ReasonText(const CAMERA_OUTCOME& outcome)
 {
+    if (!outcome.strPlanNote.empty() && (outcome.nAction == CAMERA_KEPT || outcome.nAction == CAMERA_MOVED)) {
+        return outcome.strPlanNote;
+    }
+    if (!outcome.strPlanNote.empty() && outcome.nAction == CAMERA_PLANNED) {
+        return outcome.strPlanNote + " (dry run: nothing sent)";
+    }
     switch (outcome.nAction) {
     case CAMERA_PLANNED:
         return "dry run: nothing sent";

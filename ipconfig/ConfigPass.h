@@ -1,8 +1,11 @@
 #pragma once
 
 #include "gvcp/GvcpResult.h"
+#include "ipconfig/RememberedAddress.h"
+#include "ipconfig/AddressPlan.h"
 
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -24,6 +27,8 @@ struct PASS_OPTIONS {
     std::vector<std::string> vecOnlyMAC;
     // Addresses taken besides those the pass sees: cameras of earlier passes that did not answer now.
     std::vector<unsigned int> vecAlsoTaken;
+    std::shared_ptr<const ADDRESS_PLAN> pPlan;  // null: no configuration file, the default planner
+    std::vector<REMEMBERED_ADDRESS> vecRemembered;
 };
 
 // An interface as one look at the device model found it.
@@ -81,6 +86,7 @@ struct CAMERA_OUTCOME {
     unsigned int nOldIP = 0;  // where the planner found it
     unsigned int nNewIP = 0;  // the address it was given (or would be); 0 when none
     GenICam::Client::FORCEIP_OUTCOME stForceIP;
+    std::string strPlanNote;  // the address plan's reason: reserved, or why a reservation was not applied
 
     bool IsPersistent() const { return stForceIP.stStore.IsOk(); }
 };

@@ -236,6 +236,7 @@ bool CIPConfigAllDevices::ConfigDevIP(const IP_CONFIG_SETTING& setting, std::vec
         outcome.nAction = CAMERA_PLANNED;
         outcome.nOldIP = device->GetIntIP();
         outcome.nNewIP = list[next++];
+        outcome.strPlanNote = _PlanNote(device);
         if (!m_pPass->GetOptions().bDryRun) {
             const bool sent = __SendAddress(device, outcome.nNewIP, setting, outcome);
             outcome.nAction = sent ? CAMERA_SENT : CAMERA_FAILED;
@@ -262,6 +263,11 @@ bool CIPConfigAllDevices::__SendAddress(CDevice* device, unsigned int ip, const 
     }
     outcome.stForceIP = device->GetForceIPOutcome();
     return sent;
+}
+
+std::string CIPConfigAllDevices::_PlanNote(CDevice*) const
+{
+    return std::string();
 }
 
 void CIPConfigAllDevices::RecordIPAssignedToDev(std::vector<unsigned int>& list)

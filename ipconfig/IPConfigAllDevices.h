@@ -80,17 +80,20 @@ protected:
     static std::vector<unsigned int> ms_vecUsedIP;
     static std::vector<std::string> ms_vecConfigDevID;
 
+    // The address plan's reason for a device this configurator sends an address; empty by default.
+    virtual std::string _PlanNote(GenICam::Client::CDevice* device) const;
+    bool __ReadProbeLink(PROBE_LINK* link);
+    bool __NeedsNewIP(GenICam::Client::CDevice* device);
+    bool __IsRecorded(unsigned int ip);
+    static void __GetCandidateRange(unsigned int ip, unsigned int mask, unsigned int* first, unsigned int* last);
+
 private:
     bool __IsIPUsed(unsigned int ip);
-    bool __ReadProbeLink(PROBE_LINK* link);
     std::vector<unsigned int> __NextCandidates(const std::string& name, uint64_t* next, unsigned int last,
                                                size_t count);
     static void __RecordUsed(unsigned int ip, const std::string& who, CConfigPass& pass);
-    bool __NeedsNewIP(GenICam::Client::CDevice* device);
     bool __SendAddress(GenICam::Client::CDevice* device, unsigned int ip, const IP_CONFIG_SETTING& setting,
                        CAMERA_OUTCOME& outcome);
-    bool __IsRecorded(unsigned int ip);
-    static void __GetCandidateRange(unsigned int ip, unsigned int mask, unsigned int* first, unsigned int* last);
 };
 
 // Runs PlanAddresses() of every configurator: those whose subnets overlap one after another in the

@@ -7,6 +7,7 @@
 #include "device/Interface.h"
 #include "device/TL.h"
 #include "ipconfig/IPConfigNetCardIPValid.h"
+#include "ipconfig/IPConfigPlanned.h"
 
 #include <new>
 
@@ -66,7 +67,12 @@ bool CIPConfigFactory::CreateObject(std::vector<CIPConfigAllDevices*>& out)
             continue;
         }
         if (type == IPCONFIG_NETCARD_IP_VALID) {
-            out.push_back(new (std::nothrow) CIPConfigNetCardIPValid(itf, m_pPass));
+            const PASS_OPTIONS& options = m_pPass->GetOptions();
+            if (options.pPlan || !options.vecRemembered.empty()) {
+                out.push_back(new (std::nothrow) CIPConfigPlanned(itf, m_pPass));
+            } else {
+                out.push_back(new (std::nothrow) CIPConfigNetCardIPValid(itf, m_pPass));
+            }
         } else {
             CIPConfigAllDevices::RecordUsedDeviceIP(*itf->GetDeviceList(), *m_pPass);
             for (CDevice* device : *itf->GetDeviceList()) {

@@ -28,7 +28,7 @@ echo "== package: installed files"
 for path in /usr/sbin/autoipconfig /usr/share/man/man8/autoipconfig.8.gz \
             /usr/share/doc/autoipconfig/README.md /usr/share/doc/autoipconfig/copyright \
             /usr/lib/systemd/system/autoipconfig.service /usr/lib/systemd/system/autoipconfig-watch.service \
-            /etc/default/autoipconfig; do
+            /etc/default/autoipconfig /etc/autoipconfig/autoipconfig.toml; do
   [ -f "$path" ] || { echo "package: $path is missing" >&2; exit 1; }
 done
 man -w autoipconfig > /dev/null
@@ -46,8 +46,10 @@ done
 echo "== package: the boot unit's options file"
 options_file=/etc/default/autoipconfig  # read by the unit, never run
 unit=/usr/lib/systemd/system/autoipconfig.service  # checked as text here
-grep -qx "$options_file" /var/lib/dpkg/info/autoipconfig.conffiles \
-  || { echo "package: $options_file is not a conffile" >&2; exit 1; }
+for conffile in "$options_file" /etc/autoipconfig/autoipconfig.toml; do
+  grep -qx "$conffile" /var/lib/dpkg/info/autoipconfig.conffiles \
+    || { echo "package: $conffile is not a conffile" >&2; exit 1; }
+done
 # Empty by default, so the unit runs the tool without arguments, as before, and the watch adds nothing.
 for name in AUTOIPCONFIG_OPTIONS AUTOIPCONFIG_WATCH_OPTIONS; do
   grep -q "^$name=" "$options_file" && [ -z "$(. "$options_file" && eval echo "\$$name")" ] \

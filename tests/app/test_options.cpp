@@ -26,7 +26,7 @@ PARSED Parse(std::vector<std::string> words)
 }
 
 // The flags as letters, in a fixed order: n dry run, j json, h help, V version, s standard,
-// c check conflicts, v verbose, x exit code; then the metrics file and the interfaces.
+// c check conflicts, v verbose, x exit code, k check config; then the files and the interfaces.
 std::string Flags(const RUN_OPTIONS& o)
 {
     std::string flags;
@@ -39,6 +39,8 @@ std::string Flags(const RUN_OPTIONS& o)
     flags += o.bVerbose ? "v" : "";
     flags += o.bExitCode ? "x" : "";
     flags += o.strMetricsFile.empty() ? "" : " metrics " + o.strMetricsFile;
+    flags += o.bCheckConfig ? "k" : "";
+    flags += o.strConfigFile.empty() ? "" : " config=" + o.strConfigFile;
     for (const std::string& name : o.vecInterface) {
         flags += " " + name;
     }
@@ -74,6 +76,10 @@ TEST(Options, ParsesEveryFormAndNamesWhatIsWrong)
         {{"--exit-code=1"}, "", "option '--exit-code' takes no value"},
         {{"--metrics-file="}, "", "empty metrics file name"},
         {{"--metrics-file"}, "", "option '--metrics-file' needs a value"},
+        {{"--check-config", "--config", "a.toml"}, "k config=a.toml", ""},
+        {{"--config"}, "", "option '--config' needs a value"},
+        {{"--config="}, "", "empty configuration file name"},
+        {{"--check-config=x"}, "", "option '--check-config' takes no value"},
     };
     for (const auto& c : cases) {
         const PARSED parsed = Parse(c.words);

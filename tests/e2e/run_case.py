@@ -18,7 +18,8 @@ by MAC: "MAC IP/MASK persistent IP/MASK/GATEWAY 0x0014 ccp N") and "shell" (runs
 tool: "$@" is the tool with "args"; $GVLAB_SIMULATORS for a power cycle; $AIC_CLOCK_STEP_LIB, from CTest,
 a preload that steps the wall clock forward once), "unprivileged" (true: the tool runs as nobody with
 CAP_NET_RAW alone, as the units run it) and "like" (a case file in the same folder whose keys this one
-takes, its own keys winning).
+takes, its own keys winning), "config" (the lines of a configuration file,
+written as autoipconfig.toml in the run's directory and given with --config autoipconfig.toml).
 
 usage: run_case.py --tool PATH CASE.json
 """
@@ -50,14 +51,14 @@ def tool_command(case, tool):
     return (UNPRIVILEGED if case.get("unprivileged") else []) + [tool]
 
 
-def run_lab(case_path, tool, args, record, sent, shell):
+def run_lab(case_path, tool, args, record, sent, shell, cwd=None):
     # The tool runs under a shell that then notes every interface's sent-frame count.
     count = f'{shell}; s=$?; grep -H . /sys/class/net/*/statistics/tx_packets > {shlex.quote(sent)}; exit $s'
     command = [PYTHON, LAB, case_path, "--record", record, "--timeout", str(TOOL_LIMIT_S),
                "--", "/bin/sh", "-c", count, "sh"] + tool + args
     print("run: " + " ".join(command), flush=True)
     started = time.monotonic()
-    result = subprocess.run(command, capture_output=True, text=True)
+    result = subprocess.run(command, capture_output=True, text=True, cwd=cwd)
     return result, time.monotonic() - started
 
 
@@ -215,8 +216,12 @@ def run_case(args, case):
 def run_once(tool, case_path, case, tool_args, as_json):
     with tempfile.TemporaryDirectory(prefix="aic-e2e-") as work:
         record, sent = os.path.join(work, "record.jsonl"), os.path.join(work, "sent")
-        result, total = run_lab(case_path, tool_command(case, os.path.abspath(tool)), tool_args, record, sent,
-                                case.get("shell", '"$@"'))
+        if "config" in case:
+            with open(os.path.join(work, "autoipconfig.toml"), "w", encoding="utf-8") as f:
+                f.write("\n".join(case["config"]) + "\n")
+            tool_args = tool_args + ["--config", "autoipconfig.toml"]
+        result, total = run_lab(os.path.abspath(case_path), tool_command(case, os.path.abspath(tool)), tool_args, record,
+                                sent, case.get("shell", '"$@"'), cwd=work)
         sys.stdout.write(result.stderr + result.stdout)
         if not os.path.exists(record):
             return ["the lab wrote no record"]

@@ -1,14 +1,14 @@
 #include "common/Exception.h"
 
-#include "common/Helper.h"
+#include <utility>
 
 namespace GenICam {
 namespace Client {
 
 CAppException::CAppException(std::string function, unsigned int line, int code, std::string message)
     : m_code(code),
-      m_text(Helper::MsgComposer("{%d}{%s:line[%d]}{%s}", code, function.c_str(), static_cast<int>(line),
-                                 message.c_str()))
+      m_text("{" + std::to_string(code) + "}{" + std::move(function) + ":line[" +
+             std::to_string(static_cast<int>(line)) + "]}{" + std::move(message) + "}")
 {
 }
 

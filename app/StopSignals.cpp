@@ -9,13 +9,10 @@ using namespace GenICam::Client;
 
 namespace {
 
-volatile sig_atomic_t g_nStopSignal = 0;
-
 // Async-signal-safe: the token's request is one write to its eventfd.
-void OnStopSignal(int number)
+void OnStopSignal(int)
 {
     const int saved = errno;
-    g_nStopSignal = number;
     ProcessStopToken().Request();
     errno = saved;
 }
@@ -68,7 +65,3 @@ void CStopSignals::Uninstall()
     }
 }
 
-int ReceivedStopSignal()
-{
-    return g_nStopSignal;
-}

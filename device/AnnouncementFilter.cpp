@@ -54,11 +54,6 @@ void CAnnouncementFilter::Forget(const uint8_t* mac)
     }
 }
 
-size_t CAnnouncementFilter::Size() const
-{
-    return m_mapHeard.size();
-}
-
 // True for a MAC not remembered; either way it becomes the most recently heard.
 bool CAnnouncementFilter::__Remember(uint64_t key)
 {

@@ -28,7 +28,6 @@ public:
     bool TakeDue(uint64_t nowMs);
     // Forgets a MAC, so that its next announcement starts a pass again (a camera gone from the link).
     void Forget(const uint8_t* mac);
-    size_t Size() const;
 
 private:
     bool __Remember(uint64_t key);

@@ -31,33 +31,17 @@ bool AllClaimed(const std::vector<ARP_CLAIM>& claims)
 
 } // namespace
 
-CArpConflictProbe::CArpConflictProbe() : m_nSocket(-1), m_nErrno(0), m_aMAC() {}
-
-CArpConflictProbe::~CArpConflictProbe()
-{
-    Close();
-}
-
 bool CArpConflictProbe::Open(const std::string& device, const uint8_t* mac)
 {
-    Close();
     m_nErrno = 0;
     memcpy(m_aMAC, mac, sizeof(m_aMAC));
     int error = 0;
-    m_nSocket = GenICam::Client::OpenArpSocket(device, ARP_FILTER_ALL, &error);
-    if (m_nSocket < 0) {
+    m_socket = GenICam::Client::OpenArpSocket(device, ARP_FILTER_ALL, &error);
+    if (!m_socket.IsOpen()) {
         return __Fail(error);
     }
-    GenICam::Client::GrowReceiveBuffer(m_nSocket, kReceiveBuffer);
+    GenICam::Client::GrowReceiveBuffer(m_socket.Get(), kReceiveBuffer);
     return true;
-}
-
-void CArpConflictProbe::Close()
-{
-    if (m_nSocket != -1) {
-        close(m_nSocket);
-        m_nSocket = -1;
-    }
 }
 
 int CArpConflictProbe::GetErrno() const
@@ -93,7 +77,7 @@ void CArpConflictProbe::__SendProbes(const std::vector<uint32_t>& candidates, co
     for (size_t i = 0; i < candidates.size() && m_nErrno == 0; ++i) {
         if (claims[i].nKind == ARP_CLAIM_NONE) {
             const ARP_PACKET frame = EncodeArpConflictProbe(m_aMAC, candidates[i]);
-            if (send(m_nSocket, &frame, sizeof(frame), 0) != static_cast<ssize_t>(sizeof(frame))) {
+            if (send(m_socket.Get(), &frame, sizeof(frame), 0) != static_cast<ssize_t>(sizeof(frame))) {
                 __Fail(errno);
             }
         }
@@ -106,7 +90,7 @@ void CArpConflictProbe::__Listen(const std::vector<uint32_t>& candidates, std::v
     uint8_t frame[sizeof(ARP_PACKET)];
     while (m_nErrno == 0 && !AllClaimed(claims)) {
         int error = 0;
-        const GenICam::Client::WAIT_RESULT waited = GenICam::Client::WaitReadable(m_nSocket, untilMs, &error);
+        const GenICam::Client::WAIT_RESULT waited = GenICam::Client::WaitReadable(m_socket.Get(), untilMs, &error);
         if (waited == GenICam::Client::WAIT_TIMEOUT) {
             return;
         }
@@ -114,7 +98,7 @@ void CArpConflictProbe::__Listen(const std::vector<uint32_t>& candidates, std::v
             __Fail(waited == GenICam::Client::WAIT_STOPPED ? ECANCELED : error);
             return;
         }
-        const ssize_t length = recv(m_nSocket, frame, sizeof(frame), 0);
+        const ssize_t length = recv(m_socket.Get(), frame, sizeof(frame), 0);
         if (length < 0) {
             __Fail(errno);
             return;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "common/UniqueFd.h"
-#include "device/ArpFrame.h"
+#include "link/ArpFrame.h"
 
 // What one probe learnt. NO_SOCKET: no link-level socket could be opened; UNSENT: the frame could not
 // be sent (an address label names no device). Neither put anything on the wire.

@@ -2,7 +2,7 @@
 
 #include "common/SocketBuffer.h"
 #include "common/StopToken.h"
-#include "device/ArpWatch.h"
+#include "link/ArpWatch.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "common/UniqueFd.h"
-#include "device/ArpFrame.h"
+#include "link/ArpFrame.h"
 
 #include <string>
 #include <vector>

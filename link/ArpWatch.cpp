@@ -1,4 +1,4 @@
-#include "device/ArpWatch.h"
+#include "link/ArpWatch.h"
 
 #include <arpa/inet.h>
 #include <cerrno>

@@ -1,4 +1,4 @@
-#include "device/LinkMonitor.h"
+#include "link/LinkMonitor.h"
 
 #include "common/SocketBuffer.h"
 #include "common/StopToken.h"

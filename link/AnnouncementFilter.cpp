@@ -1,4 +1,4 @@
-#include "device/AnnouncementFilter.h"
+#include "link/AnnouncementFilter.h"
 
 namespace GenICam {
 namespace Client {

@@ -1,5 +1,5 @@
-#include "device/AnnouncementFilter.h"
-#include "device/ArpWatch.h"
+#include "link/AnnouncementFilter.h"
+#include "link/ArpWatch.h"
 #include "common/StopToken.h"
 #include "support/NetNamespace.h"
 

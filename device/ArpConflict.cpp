@@ -38,7 +38,7 @@ bool CArpConflictProbe::Open(const std::string& device, const uint8_t* mac)
     int error = 0;
     m_socket = GenICam::Client::OpenArpSocket(device, ARP_FILTER_ALL, &error);
     if (!m_socket.IsOpen()) {
-        return __Fail(error);
+        return Fail(error);
     }
     GenICam::Client::GrowReceiveBuffer(m_socket.Get(), kReceiveBuffer);
     return true;
@@ -50,7 +50,7 @@ int CArpConflictProbe::GetErrno() const
 }
 
 // Keeps the first failure: later ones are usually its echo.
-bool CArpConflictProbe::__Fail(int error)
+bool CArpConflictProbe::Fail(int error)
 {
     if (m_nErrno == 0) {
         m_nErrno = error != 0 ? error : EIO;
@@ -64,27 +64,27 @@ std::vector<ARP_CLAIM> CArpConflictProbe::Round(const std::vector<uint32_t>& can
     const uint64_t start = MonotonicMs();
     // A round whose candidates are all taken has nothing left to learn; a failed one cannot say "free".
     for (unsigned int probe = 0; probe < PROBE_NUM && !AllClaimed(claims) && m_nErrno == 0; ++probe) {
-        __SendProbes(candidates, claims);
+        SendProbes(candidates, claims);
         const unsigned int next = probe + 1 < PROBE_NUM ? (probe + 1) * PROBE_SPACING_MS : PROBE_ROUND_MS;
-        __Listen(candidates, claims, start + next);
+        Listen(candidates, claims, start + next);
     }
     return claims;
 }
 
 // A candidate already claimed is not probed again.
-void CArpConflictProbe::__SendProbes(const std::vector<uint32_t>& candidates, const std::vector<ARP_CLAIM>& claims)
+void CArpConflictProbe::SendProbes(const std::vector<uint32_t>& candidates, const std::vector<ARP_CLAIM>& claims)
 {
     for (size_t i = 0; i < candidates.size() && m_nErrno == 0; ++i) {
         if (claims[i].nKind == ARP_CLAIM_NONE) {
             const ARP_PACKET frame = EncodeArpConflictProbe(m_aMAC, candidates[i]);
             if (send(m_socket.Get(), &frame, sizeof(frame), 0) != static_cast<ssize_t>(sizeof(frame))) {
-                __Fail(errno);
+                Fail(errno);
             }
         }
     }
 }
 
-void CArpConflictProbe::__Listen(const std::vector<uint32_t>& candidates, std::vector<ARP_CLAIM>& claims,
+void CArpConflictProbe::Listen(const std::vector<uint32_t>& candidates, std::vector<ARP_CLAIM>& claims,
                                  uint64_t untilMs)
 {
     uint8_t frame[sizeof(ARP_PACKET)];
@@ -95,12 +95,12 @@ void CArpConflictProbe::__Listen(const std::vector<uint32_t>& candidates, std::v
             return;
         }
         if (waited != GenICam::Client::WAIT_READY) {
-            __Fail(waited == GenICam::Client::WAIT_STOPPED ? ECANCELED : error);
+            Fail(waited == GenICam::Client::WAIT_STOPPED ? ECANCELED : error);
             return;
         }
         const ssize_t length = recv(m_socket.Get(), frame, sizeof(frame), 0);
         if (length < 0) {
-            __Fail(errno);
+            Fail(errno);
             return;
         }
         const ARP_CLAIM claim = ReadArpClaim(frame, static_cast<size_t>(length), m_aMAC);

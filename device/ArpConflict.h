@@ -23,9 +23,9 @@ public:
     int GetErrno() const;
 
 private:
-    void __SendProbes(const std::vector<uint32_t>& candidates, const std::vector<ARP_CLAIM>& claims);
-    void __Listen(const std::vector<uint32_t>& candidates, std::vector<ARP_CLAIM>& claims, uint64_t untilMs);
-    bool __Fail(int error);
+    void SendProbes(const std::vector<uint32_t>& candidates, const std::vector<ARP_CLAIM>& claims);
+    void Listen(const std::vector<uint32_t>& candidates, std::vector<ARP_CLAIM>& claims, uint64_t untilMs);
+    bool Fail(int error);
 
     GenICam::Client::CUniqueFd m_socket;
     int m_nErrno = 0;

@@ -30,8 +30,8 @@ public:
     void Forget(const uint8_t* mac);
 
 private:
-    bool __Remember(uint64_t key);
-    bool __Start(uint64_t nowMs);
+    bool Remember(uint64_t key);
+    bool Start(uint64_t nowMs);
 
     size_t m_nCapacity;
     uint64_t m_nWindowMs;

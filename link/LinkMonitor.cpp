@@ -198,7 +198,7 @@ std::vector<LINK_EVENT> CLinkMonitor::Read()
     bool lost = false;
     size_t length = 0;
     for (int reads = 0; reads < kReadsPerCall; ++reads) {
-        const RECEIVED received = __Receive(length, lost);
+        const RECEIVED received = ReceiveOne(length, lost);
         if (received == RECEIVED_NOTHING) {
             break;
         }
@@ -237,7 +237,7 @@ std::vector<LINK_EVENT> CLinkMonitor::ReadLinks(uint64_t deadlineMs)
     bool lost = false;
     size_t length = 0;
     for (;;) {
-        const RECEIVED received = __Receive(length, lost);
+        const RECEIVED received = ReceiveOne(length, lost);
         if (received == RECEIVED_NOTHING && WaitReadable(m_socket.Get(), deadlineMs, nullptr) != WAIT_READY) {
             break;
         }
@@ -255,7 +255,7 @@ std::vector<LINK_EVENT> CLinkMonitor::ReadLinks(uint64_t deadlineMs)
     return events;
 }
 
-CLinkMonitor::RECEIVED CLinkMonitor::__Receive(size_t& length, bool& lost)
+CLinkMonitor::RECEIVED CLinkMonitor::ReceiveOne(size_t& length, bool& lost)
 {
     sockaddr_nl from;
     memset(&from, 0, sizeof(from));
@@ -286,7 +286,7 @@ LINK_CHANGE CLinkStates::Apply(const LINK_EVENT& event)
 {
     switch (event.nKind) {
     case LINK_EVENT_NEW:
-        return __Link(event);
+        return ApplyLink(event);
     case LINK_EVENT_REMOVED:
         m_mapCarrier.erase(event.nIndex);
         return LINK_CHANGE_REMOVED;
@@ -299,7 +299,7 @@ LINK_CHANGE CLinkStates::Apply(const LINK_EVENT& event)
 }
 
 // A link that comes with carrier may have a camera behind it that is booting, new or not.
-LINK_CHANGE CLinkStates::__Link(const LINK_EVENT& event)
+LINK_CHANGE CLinkStates::ApplyLink(const LINK_EVENT& event)
 {
     // Deletions lost in an overflow would otherwise stay for ever.
     if (m_mapCarrier.size() >= kLinkStatesMax && m_mapCarrier.count(event.nIndex) == 0) {

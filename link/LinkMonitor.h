@@ -52,7 +52,7 @@ public:
 private:
     enum RECEIVED { RECEIVED_NOTHING, RECEIVED_DATAGRAM, RECEIVED_SKIPPED };
     // One datagram into the buffer; `lost` is set when the kernel dropped some.
-    RECEIVED __Receive(size_t& length, bool& lost);
+    RECEIVED ReceiveOne(size_t& length, bool& lost);
 
     CUniqueFd m_socket;
     uint32_t m_nSequence = 0;
@@ -76,7 +76,7 @@ public:
     LINK_CHANGE Apply(const LINK_EVENT& event);
 
 private:
-    LINK_CHANGE __Link(const LINK_EVENT& event);
+    LINK_CHANGE ApplyLink(const LINK_EVENT& event);
 
     std::map<int, bool> m_mapCarrier;
 };

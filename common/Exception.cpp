@@ -1,14 +1,16 @@
 #include "common/Exception.h"
 
-#include <utility>
-
 namespace GenICam {
 namespace Client {
 
+std::string AppErrorText(const std::string& function, unsigned int line, int code, const std::string& message)
+{
+    return "{" + std::to_string(code) + "}{" + function + ":line[" + std::to_string(static_cast<int>(line)) + "]}{" +
+           message + "}";
+}
+
 CAppException::CAppException(std::string function, unsigned int line, int code, std::string message)
-    : m_code(code),
-      m_text("{" + std::to_string(code) + "}{" + std::move(function) + ":line[" +
-             std::to_string(static_cast<int>(line)) + "]}{" + std::move(message) + "}")
+    : m_code(code), m_text(AppErrorText(function, line, code, message))
 {
 }
 

@@ -3,7 +3,6 @@
 #include "app/Options.h"
 #include "common/ipcalc.h"
 #include "ipconfig/ConfigPass.h"
-#include "ipconfig/IPConfigAllDevices.h"
 
 #include <cstdio>
 #include <nlohmann/json.hpp>

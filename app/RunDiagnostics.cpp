@@ -4,7 +4,6 @@
 #include "common/ipcalc.h"
 #include "gvcp/LinkTap.h"
 #include "ipconfig/ConfigPass.h"
-#include "ipconfig/IPConfigAllDevices.h"
 
 #include <cerrno>
 #include <cstdio>

@@ -11,13 +11,10 @@ using namespace GenICam::Client;
 
 namespace {
 
-volatile sig_atomic_t g_nStopSignal = 0;
-
 // Async-signal-safe: the token's request is one write to its eventfd.
-void OnStopSignal(int number)
+void OnStopSignal(int)
 {
     const int saved = errno;
-    g_nStopSignal = number;
     ProcessStopToken().Request();
     errno = saved;
 }
@@ -128,7 +125,3 @@ void CStopSignals::Uninstall()
     }
 }
 
-int ReceivedStopSignal()
-{
-    return g_nStopSignal;
-}

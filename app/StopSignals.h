@@ -49,5 +49,3 @@ private:
     struct sigaction m_saInt;
 };
 
-// The signal that requested the stop, 0 when none did.
-int ReceivedStopSignal();

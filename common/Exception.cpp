@@ -1,14 +1,16 @@
 #include "common/Exception.h"
 
-#include "common/Helper.h"
-
 namespace GenICam {
 namespace Client {
 
+std::string AppErrorText(const std::string& function, unsigned int line, int code, const std::string& message)
+{
+    return "{" + std::to_string(code) + "}{" + function + ":line[" + std::to_string(static_cast<int>(line)) + "]}{" +
+           message + "}";
+}
+
 CAppException::CAppException(std::string function, unsigned int line, int code, std::string message)
-    : m_code(code),
-      m_text(Helper::MsgComposer("{%d}{%s:line[%d]}{%s}", code, function.c_str(), static_cast<int>(line),
-                                 message.c_str()))
+    : m_code(code), m_text(AppErrorText(function, line, code, message))
 {
 }
 

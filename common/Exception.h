@@ -27,6 +27,9 @@ private:
     std::string m_text;
 };
 
+// The text a CAppException carries, for the code that reports a failure without raising it.
+std::string AppErrorText(const std::string& function, unsigned int line, int code, const std::string& message);
+
 } // namespace Client
 } // namespace GenICam
 

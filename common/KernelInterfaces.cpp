@@ -1,5 +1,6 @@
 #include "common/KernelInterfaces.h"
 
+#include "common/UniqueFd.h"
 #include "common/ipcalc.h"
 
 #include <algorithm>
@@ -53,7 +54,8 @@ KERNEL_ADDRESS ReadEntry(int fd, const ifreq& listed)
 std::vector<KERNEL_ADDRESS> ReadKernelAddresses(size_t limit)
 {
     std::vector<KERNEL_ADDRESS> entries;
-    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const CUniqueFd socketFd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const int fd = socketFd.Get();
     if (fd < 0) {
         return entries;
     }
@@ -66,7 +68,6 @@ std::vector<KERNEL_ADDRESS> ReadKernelAddresses(size_t limit)
             entries.push_back(ReadEntry(fd, listed[i]));
         }
     }
-    close(fd);
     return entries;
 }
 

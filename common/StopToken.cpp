@@ -12,37 +12,24 @@
 namespace GenICam {
 namespace Client {
 
-CStopToken::CStopToken() : m_nEventFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
-
-CStopToken::~CStopToken()
-{
-    if (m_nEventFd >= 0) {
-        close(m_nEventFd);
-    }
-}
+CStopToken::CStopToken() : m_eventFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
 int CStopToken::GetFd() const
 {
-    return m_nEventFd;
+    return m_eventFd.Get();
 }
 
 void CStopToken::Request()
 {
     const uint64_t one = 1;
     // A full counter is still a request: the result does not matter.
-    [[maybe_unused]] const ssize_t written = write(m_nEventFd, &one, sizeof(one));
+    [[maybe_unused]] const ssize_t written = write(m_eventFd.Get(), &one, sizeof(one));
 }
 
 bool CStopToken::IsRequested() const
 {
-    pollfd ready = {m_nEventFd, POLLIN, 0};
+    pollfd ready = {m_eventFd.Get(), POLLIN, 0};
     return poll(&ready, 1, 0) > 0;
-}
-
-void CStopToken::Reset()
-{
-    uint64_t count = 0;
-    [[maybe_unused]] const ssize_t read_ = read(m_nEventFd, &count, sizeof(count));
 }
 
 CStopToken& ProcessStopToken()

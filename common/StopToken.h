@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/UniqueFd.h"
+
 #include <cstddef>
 #include <cstdint>
 
@@ -19,18 +21,13 @@ enum WAIT_RESULT {
 class CStopToken {
 public:
     CStopToken();
-    ~CStopToken();
-    CStopToken(const CStopToken&) = delete;
-    CStopToken& operator=(const CStopToken&) = delete;
 
     int GetFd() const;
     void Request();
     bool IsRequested() const;
-    // Clears a request, for a process (or a test) that goes on after a stop.
-    void Reset();
 
 private:
-    int m_nEventFd;
+    CUniqueFd m_eventFd;
 };
 
 // The one token of this process.

@@ -305,6 +305,13 @@ bool Cipcalc::IPisValidToMask(unsigned int ip, unsigned int mask)
     return ip != getsubnetipEX(ip, mask) && ip != getcastipEX(ip, mask);
 }
 
+bool IsIPValid(unsigned int ip)
+{
+    const unsigned int linkLocalFirst = 0xA9FE0000;
+    const unsigned int linkLocalLast = 0xA9FEFFFF;
+    return ip != 0 && (ip < linkLocalFirst || ip > linkLocalLast);
+}
+
 std::string DottedText(unsigned int ip)
 {
     char text[16] = {0};

@@ -39,6 +39,9 @@ private:
     bool __ScanGroups(const char* s, int groupLimit);
 };
 
+// False for 0 and for the link-local block 169.254.0.0/16.
+bool IsIPValid(unsigned int ip);
+
 // The dotted text of a host-order address.
 std::string DottedText(unsigned int ip);
 

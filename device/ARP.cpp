@@ -9,6 +9,7 @@
 #include <cstring>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <utility>
 
 using GenICam::Client::MonotonicMs;
 using GenICam::Client::WAIT_FAILED;
@@ -23,33 +24,31 @@ const unsigned int kReplyWaitMs = 1000;
 
 } // namespace
 
-CARP::CARP() : m_nSocket(-1) {}
+CARP::CARP() = default;
 
 // Every path of DetectIP closes the socket itself.
 CARP::~CARP() = default;
 
 bool CARP::Open()
 {
-    m_nSocket = -1;
+    m_socket.Reset();
     const int fd = socket(AF_INET, SOCK_PACKET | SOCK_CLOEXEC, htons(ARP_PROBE_LISTEN_TYPE));
+    // Descriptor 0 counts as a failure and is left alone.
     if (fd <= 0) {
         return false;
     }
+    GenICam::Client::CUniqueFd socketFd(fd);
     const int on = 1;
     if (setsockopt(fd, SOL_SOCKET, SO_BROADCAST, &on, sizeof(on)) != 0) {
-        close(fd);
         return false;
     }
-    m_nSocket = fd;
+    m_socket = std::move(socketFd);
     return true;
 }
 
 void CARP::CloseSocket()
 {
-    if (m_nSocket != -1) {
-        close(m_nSocket);
-        m_nSocket = -1;
-    }
+    m_socket.Reset();
 }
 
 bool CARP::ARPRecv(ARP_PACKET* buffer, unsigned int length, unsigned int timeoutMs)
@@ -59,11 +58,11 @@ bool CARP::ARPRecv(ARP_PACKET* buffer, unsigned int length, unsigned int timeout
 
 int CARP::__Receive(ARP_PACKET* buffer, unsigned int length, unsigned int timeoutMs)
 {
-    if (m_nSocket <= 0 || buffer == nullptr) {
+    if (m_socket.Get() <= 0 || buffer == nullptr) {
         return -EBADF;
     }
     int error = 0;
-    switch (WaitReadable(m_nSocket, MonotonicMs() + timeoutMs, &error)) {
+    switch (WaitReadable(m_socket.Get(), MonotonicMs() + timeoutMs, &error)) {
     case WAIT_TIMEOUT:
         return 0;
     case WAIT_STOPPED:
@@ -73,7 +72,7 @@ int CARP::__Receive(ARP_PACKET* buffer, unsigned int length, unsigned int timeou
     case WAIT_READY:
         break;
     }
-    return recv(m_nSocket, buffer, length, 0) >= 0 ? 1 : -errno;
+    return recv(m_socket.Get(), buffer, length, 0) >= 0 ? 1 : -errno;
 }
 
 bool CARP::DetectIP(const char* localIP, const char* probeIP, const char* localMAC, const char* deviceName)
@@ -99,10 +98,10 @@ ARP_PROBE_RESULT CARP::Probe(const char* localIP, const char* probeIP, const cha
     sockaddr link;
     memset(&link, 0, sizeof(link));
     memcpy(link.sa_data, deviceName, strnlen(deviceName, sizeof(link.sa_data)));
-    if (sendto(m_nSocket, &request, sizeof(request), 0, &link, sizeof(link)) < 0) {
+    if (sendto(m_socket.Get(), &request, sizeof(request), 0, &link, sizeof(link)) < 0) {
         const int error = errno;
         CloseSocket();
-        return {ARP_PROBE_FAILED, error};
+        return {ARP_PROBE_UNSENT, error};
     }
     ARP_PACKET reply;
     memset(&reply, 0, sizeof(reply));

@@ -1,18 +1,21 @@
 #pragma once
 
-#include "device/ArpFrame.h"
+#include "common/UniqueFd.h"
+#include "link/ArpFrame.h"
 
-// What one probe learnt. NO_SOCKET: no link-level socket could be opened, so nothing was sent.
+// What one probe learnt. NO_SOCKET: no link-level socket could be opened; UNSENT: the frame could not
+// be sent (an address label names no device). Neither put anything on the wire.
 enum ARP_PROBE_KIND {
     ARP_PROBE_FREE = 0,
     ARP_PROBE_TAKEN,
     ARP_PROBE_FAILED,
     ARP_PROBE_NO_SOCKET,
+    ARP_PROBE_UNSENT,
 };
 
 struct ARP_PROBE_RESULT {
     ARP_PROBE_KIND nKind;
-    int nErrno;  // with FAILED and NO_SOCKET; ECANCELED when a stop ended the wait
+    int nErrno;  // with FAILED, NO_SOCKET and UNSENT; ECANCELED when a stop ended the wait
 };
 
 // Asks the link, with one frame and one read, whether some host answers for an address.
@@ -32,5 +35,5 @@ private:
     // 1 with a frame read, 0 at the time-out, else minus the errno.
     int __Receive(ARP_PACKET* buffer, unsigned int length, unsigned int timeoutMs);
 
-    int m_nSocket;
+    GenICam::Client::CUniqueFd m_socket;
 };

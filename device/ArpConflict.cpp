@@ -2,7 +2,7 @@
 
 #include "common/SocketBuffer.h"
 #include "common/StopToken.h"
-#include "device/ArpWatch.h"
+#include "link/ArpWatch.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -31,33 +31,17 @@ bool AllClaimed(const std::vector<ARP_CLAIM>& claims)
 
 } // namespace
 
-CArpConflictProbe::CArpConflictProbe() : m_nSocket(-1), m_nErrno(0), m_aMAC() {}
-
-CArpConflictProbe::~CArpConflictProbe()
-{
-    Close();
-}
-
 bool CArpConflictProbe::Open(const std::string& device, const uint8_t* mac)
 {
-    Close();
     m_nErrno = 0;
     memcpy(m_aMAC, mac, sizeof(m_aMAC));
     int error = 0;
-    m_nSocket = GenICam::Client::OpenArpSocket(device, ARP_FILTER_ALL, &error);
-    if (m_nSocket < 0) {
-        return __Fail(error);
+    m_socket = GenICam::Client::OpenArpSocket(device, ARP_FILTER_ALL, &error);
+    if (!m_socket.IsOpen()) {
+        return Fail(error);
     }
-    GenICam::Client::GrowReceiveBuffer(m_nSocket, kReceiveBuffer);
+    GenICam::Client::GrowReceiveBuffer(m_socket.Get(), kReceiveBuffer);
     return true;
-}
-
-void CArpConflictProbe::Close()
-{
-    if (m_nSocket != -1) {
-        close(m_nSocket);
-        m_nSocket = -1;
-    }
 }
 
 int CArpConflictProbe::GetErrno() const
@@ -66,7 +50,7 @@ int CArpConflictProbe::GetErrno() const
 }
 
 // Keeps the first failure: later ones are usually its echo.
-bool CArpConflictProbe::__Fail(int error)
+bool CArpConflictProbe::Fail(int error)
 {
     if (m_nErrno == 0) {
         m_nErrno = error != 0 ? error : EIO;
@@ -80,43 +64,43 @@ std::vector<ARP_CLAIM> CArpConflictProbe::Round(const std::vector<uint32_t>& can
     const uint64_t start = MonotonicMs();
     // A round whose candidates are all taken has nothing left to learn; a failed one cannot say "free".
     for (unsigned int probe = 0; probe < PROBE_NUM && !AllClaimed(claims) && m_nErrno == 0; ++probe) {
-        __SendProbes(candidates, claims);
+        SendProbes(candidates, claims);
         const unsigned int next = probe + 1 < PROBE_NUM ? (probe + 1) * PROBE_SPACING_MS : PROBE_ROUND_MS;
-        __Listen(candidates, claims, start + next);
+        Listen(candidates, claims, start + next);
     }
     return claims;
 }
 
 // A candidate already claimed is not probed again.
-void CArpConflictProbe::__SendProbes(const std::vector<uint32_t>& candidates, const std::vector<ARP_CLAIM>& claims)
+void CArpConflictProbe::SendProbes(const std::vector<uint32_t>& candidates, const std::vector<ARP_CLAIM>& claims)
 {
     for (size_t i = 0; i < candidates.size() && m_nErrno == 0; ++i) {
         if (claims[i].nKind == ARP_CLAIM_NONE) {
             const ARP_PACKET frame = EncodeArpConflictProbe(m_aMAC, candidates[i]);
-            if (send(m_nSocket, &frame, sizeof(frame), 0) != static_cast<ssize_t>(sizeof(frame))) {
-                __Fail(errno);
+            if (send(m_socket.Get(), &frame, sizeof(frame), 0) != static_cast<ssize_t>(sizeof(frame))) {
+                Fail(errno);
             }
         }
     }
 }
 
-void CArpConflictProbe::__Listen(const std::vector<uint32_t>& candidates, std::vector<ARP_CLAIM>& claims,
+void CArpConflictProbe::Listen(const std::vector<uint32_t>& candidates, std::vector<ARP_CLAIM>& claims,
                                  uint64_t untilMs)
 {
     uint8_t frame[sizeof(ARP_PACKET)];
     while (m_nErrno == 0 && !AllClaimed(claims)) {
         int error = 0;
-        const GenICam::Client::WAIT_RESULT waited = GenICam::Client::WaitReadable(m_nSocket, untilMs, &error);
+        const GenICam::Client::WAIT_RESULT waited = GenICam::Client::WaitReadable(m_socket.Get(), untilMs, &error);
         if (waited == GenICam::Client::WAIT_TIMEOUT) {
             return;
         }
         if (waited != GenICam::Client::WAIT_READY) {
-            __Fail(waited == GenICam::Client::WAIT_STOPPED ? ECANCELED : error);
+            Fail(waited == GenICam::Client::WAIT_STOPPED ? ECANCELED : error);
             return;
         }
-        const ssize_t length = recv(m_nSocket, frame, sizeof(frame), 0);
+        const ssize_t length = recv(m_socket.Get(), frame, sizeof(frame), 0);
         if (length < 0) {
-            __Fail(errno);
+            Fail(errno);
             return;
         }
         const ARP_CLAIM claim = ReadArpClaim(frame, static_cast<size_t>(length), m_aMAC);

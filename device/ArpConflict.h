@@ -1,6 +1,7 @@
 #pragma once
 
-#include "device/ArpFrame.h"
+#include "common/UniqueFd.h"
+#include "link/ArpFrame.h"
 
 #include <string>
 #include <vector>
@@ -14,25 +15,19 @@ const unsigned int PROBE_ROUND_MS = 1000;
 // Probes many candidate addresses at once on one interface (RFC 5227 probes) from a packet socket.
 class CArpConflictProbe {
 public:
-    CArpConflictProbe();
-    ~CArpConflictProbe();
-    CArpConflictProbe(const CArpConflictProbe&) = delete;
-    CArpConflictProbe& operator=(const CArpConflictProbe&) = delete;
-
     // `device` is a kernel name or an address label (eth0:1 sends on eth0); false when no socket (see GetErrno).
     bool Open(const std::string& device, const uint8_t* mac);
-    void Close();
     // One round; per candidate (network order) the first claim heard for it, ARP_CLAIM_NONE if none.
     std::vector<ARP_CLAIM> Round(const std::vector<uint32_t>& candidates);
     // The errno of the first send, read or wait that failed since Open (ECANCELED for a stop); 0 when none.
     int GetErrno() const;
 
 private:
-    void __SendProbes(const std::vector<uint32_t>& candidates, const std::vector<ARP_CLAIM>& claims);
-    void __Listen(const std::vector<uint32_t>& candidates, std::vector<ARP_CLAIM>& claims, uint64_t untilMs);
-    bool __Fail(int error);
+    void SendProbes(const std::vector<uint32_t>& candidates, const std::vector<ARP_CLAIM>& claims);
+    void Listen(const std::vector<uint32_t>& candidates, std::vector<ARP_CLAIM>& claims, uint64_t untilMs);
+    bool Fail(int error);
 
-    int m_nSocket;
-    int m_nErrno;
-    uint8_t m_aMAC[6];
+    GenICam::Client::CUniqueFd m_socket;
+    int m_nErrno = 0;
+    uint8_t m_aMAC[6] = {};
 };

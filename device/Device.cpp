@@ -99,25 +99,50 @@ FORCE_ENDPOINTS OpenForceEndpoints(CInterface& itf, int port)
 
 using AckDecoder = GVCP_REJECTION (*)(const uint8_t*, size_t, uint16_t, GVCP_ACK_FIELDS&);
 
-// Raises what the endpoint or the send raised before the exchange returned values, so texts stay as they were.
-[[noreturn]] void RaiseForceFailure(const GVCP_RESULT& result, const char* operation, const std::string& error)
+// How a failed force-IP exchange reads as the endpoint or the send would have raised it; no function: the
+// standard error of a refused datagram.
+struct FORCE_FAILURE {
+    const char* szFunction;
+    int nCode;
+    std::string strMessage;
+};
+
+FORCE_FAILURE ForceFailureOf(const GVCP_RESULT& result, const char* operation, const std::string& error)
 {
     switch (result.nKind) {
     case GVCP_RESULT_NO_ANSWER:
-        APP_THROW_AS("Receive", GC_ERR_TIMEOUT, "The configuration could not be save !");
+        return {"Receive", GC_ERR_TIMEOUT, "The configuration could not be save !"};
     case GVCP_RESULT_STOPPED:
-        APP_THROW_AS("Receive", GC_ERR_STOPPED, "Stopped.");
+        return {"Receive", GC_ERR_STOPPED, "Stopped."};
     case GVCP_RESULT_SOCKET_FAILED:
-        APP_THROW_AS("Receive", GC_ERR_IO, "select() Error !");
+        return {"Receive", GC_ERR_IO, "select() Error !"};
     case GVCP_RESULT_SEND_FAILED:
         if (result.nErrno != 0) {
-            throw std::runtime_error("send data failed");
+            return {nullptr, 0, "send data failed"};
         }
         break;
     default:
         break;
     }
-    APP_THROW_AS(operation, GC_ERR_ERROR, error);
+    return {operation, GC_ERR_ERROR, error};
+}
+
+// The extended force-IP raises its failures, as its callers expect.
+[[noreturn]] void RaiseForceFailure(const GVCP_RESULT& result, const char* operation, const std::string& error)
+{
+    const FORCE_FAILURE failure = ForceFailureOf(result, operation, error);
+    if (failure.szFunction == nullptr) {
+        throw std::runtime_error(failure.strMessage);
+    }
+    throw CAppException(failure.szFunction, __LINE__, failure.nCode, failure.strMessage);
+}
+
+// The standard force-IP reports the same failure as a text.
+std::string ForceFailureText(const GVCP_RESULT& result, const char* operation, const std::string& error)
+{
+    const FORCE_FAILURE failure = ForceFailureOf(result, operation, error);
+    return failure.szFunction == nullptr ? failure.strMessage
+                                         : AppErrorText(failure.szFunction, __LINE__, failure.nCode, failure.strMessage);
 }
 
 // Up to three reads, each with the whole wait; a refusal other than "forbidden" or an acknowledge that does
@@ -184,7 +209,7 @@ GVCP_RESULT ForceExchange(FORCE_ENDPOINTS& endpoints, bool unicastToo, void* pac
     return sent;
 }
 
-// Runs one command, turning whatever it raises into false and a text.
+// The error boundary of the extended force-IP: whatever it raises becomes false and a text.
 template <typename Command>
 bool Guarded(Command command, std::string& error)
 {
@@ -229,12 +254,13 @@ GVCP_RESULT ResultOfFailure(int code)
     }
 }
 
-// Guarded, with the failure as a value.
-template <typename Command>
-GVCP_RESULT GuardedResult(Command command, std::string& error)
+// The control port and the endpoints raise; the standard force-IP and the store carry values. This is
+// where one call's failure becomes a value, with its text.
+template <typename Call>
+GVCP_RESULT ResultOfCall(Call call, std::string& error)
 {
     try {
-        command();
+        call();
         return GvcpResultOf(GVCP_RESULT_OK);
     } catch (CAppException& e) {
         error = e.what();
@@ -256,48 +282,65 @@ const unsigned long kPersistentRegs[] = {GVCP_REG_PERSISTENT_IP, GVCP_REG_PERSIS
 const unsigned long kPersistentCount = sizeof(kPersistentRegs) / sizeof(kPersistentRegs[0]);
 
 // Register words in host order; the port carries them in network order.
-void ReadRegisters(CGVCPCtrlPort& port, const unsigned long* addrs, uint32_t* values, unsigned long count)
+GVCP_RESULT ReadRegisters(CGVCPCtrlPort& port, const unsigned long* addrs, uint32_t* values, unsigned long count,
+                          std::string& error)
 {
     unsigned int words[kPersistentCount] = {0};
     unsigned long got = count;
-    port.ReadRegList(const_cast<unsigned long*>(addrs), words, &got);
+    const GVCP_RESULT result =
+        ResultOfCall([&] { port.ReadRegList(const_cast<unsigned long*>(addrs), words, &got); }, error);
+    if (!result.IsOk()) {
+        return result;
+    }
     if (got != count) {
-        APP_THROW(GC_ERR_ERROR, Helper::MsgComposer("%lu of %lu registers read", got, count));
+        error = Helper::MsgComposer("%lu of %lu registers read", got, count);
+        return GvcpResultOf(GVCP_RESULT_BAD_ACK);
     }
     for (unsigned long i = 0; i < count; ++i) {
         values[i] = ntohl(words[i]);
     }
+    return result;
 }
 
-void WriteRegisters(CGVCPCtrlPort& port, const unsigned long* addrs, const uint32_t* values, unsigned long count)
+GVCP_RESULT WriteRegisters(CGVCPCtrlPort& port, const unsigned long* addrs, const uint32_t* values,
+                           unsigned long count, std::string& error)
 {
     unsigned int words[kPersistentCount] = {0};
     for (unsigned long i = 0; i < count; ++i) {
         words[i] = htonl(values[i]);
     }
     unsigned long written = count;
-    port.WriteRegList(const_cast<unsigned long*>(addrs), words, &written);
+    return ResultOfCall([&] { port.WriteRegList(const_cast<unsigned long*>(addrs), words, &written); }, error);
 }
 
 // Address, mask and gateway, then the persistent-IP bit set in 0x0014 with every other bit kept, so a
 // device with link-local on still boots reachable if it loses the address. Fills in the 0x0014 it wrote.
-void WritePersistent(CGVCPCtrlPort& port, uint32_t* wanted, const std::string& name)
+GVCP_RESULT WritePersistent(CGVCPCtrlPort& port, uint32_t* wanted, const std::string& name, std::string& error)
 {
-    WriteRegisters(port, kPersistentRegs, wanted, 3);
+    GVCP_RESULT result = WriteRegisters(port, kPersistentRegs, wanted, 3, error);
+    if (!result.IsOk()) {
+        return result;
+    }
     Helper::Diag("%s: WRITEREG 0x064C = %s, 0x065C = %s, 0x066C = %s", name.c_str(), DottedText(wanted[0]).c_str(),
                  DottedText(wanted[1]).c_str(), DottedText(wanted[2]).c_str());
     uint32_t config = 0;
-    ReadRegisters(port, kPersistentRegs + 3, &config, 1);
+    result = ReadRegisters(port, kPersistentRegs + 3, &config, 1, error);
+    if (!result.IsOk()) {
+        return result;
+    }
     wanted[3] = config | GVCP_IP_CONFIG_PERSISTENT;
-    WriteRegisters(port, kPersistentRegs + 3, wanted + 3, 1);
-    Helper::Diag("%s: READREG 0x0014 = 0x%08X, WRITEREG 0x0014 = 0x%08X", name.c_str(), config, wanted[3]);
+    result = WriteRegisters(port, kPersistentRegs + 3, wanted + 3, 1, error);
+    if (result.IsOk()) {
+        Helper::Diag("%s: READREG 0x0014 = 0x%08X, WRITEREG 0x0014 = 0x%08X", name.c_str(), config, wanted[3]);
+    }
+    return result;
 }
 
 bool ReadBackMatches(CGVCPCtrlPort& port, const uint32_t* wanted, const std::string& name)
 {
     uint32_t got[kPersistentCount] = {0};
     std::string error;
-    if (!Guarded([&] { ReadRegisters(port, kPersistentRegs, got, kPersistentCount); }, error)) {
+    if (!ReadRegisters(port, kPersistentRegs, got, kPersistentCount, error).IsOk()) {
         Helper::Diag("%s: read-back failed: %s", name.c_str(), error.c_str());
         return false;
     }
@@ -459,8 +502,8 @@ bool CDevice::SetStandardForceIP(unsigned int ip, unsigned int mask, unsigned in
     persistent = false;
     m_stForceIP = FORCEIP_OUTCOME();
     const std::string name = __DiagName();
-    if (!Guarded([&] { __SendStaticForceIPCmd(ip, mask, gateway); }, error)) {
-        __NoteUnsentMove();
+    m_stForceIP.stMove = __SendStaticForceIPCmd(ip, mask, gateway, error);
+    if (!m_stForceIP.stMove.IsOk()) {
         Helper::Diag("%s: FORCEIP %s/%s not taken: %s", name.c_str(), DottedText(ip).c_str(),
                      DottedText(mask).c_str(), ForceIPText(m_stForceIP.stMove).c_str());
         return false;
@@ -519,20 +562,27 @@ void CDevice::__NoteUnsentMove()
     }
 }
 
-void CDevice::__SendStaticForceIPCmd(unsigned int ip, unsigned int mask, unsigned int gateway) const
+// Endpoints that would not open are a socket failure: the exchange never ran.
+GVCP_RESULT CDevice::__SendStaticForceIPCmd(unsigned int ip, unsigned int mask, unsigned int gateway,
+                                            std::string& error) const
 {
     unsigned char mac[6];
     m_pDeviceInfo->GetHexMAC(mac);
     const uint16_t reqID = TickReqID();
     FORCEIP_CMD command = EncodeStaticForceIPCmd(mac, ip, mask, gateway, reqID);
-    FORCE_ENDPOINTS endpoints = OpenForceEndpoints(*m_pInterface, GVCP_FORCEIP_PORT_LOCAL);
-    std::string error;
-    GVCP_RESULT last;
-    m_stForceIP.stMove = ForceExchange(endpoints, true, &command, sizeof(command), DecodeForceIPAck, reqID,
-                                       "__SendStaticForceIPCmd", error, last);
-    if (!m_stForceIP.stMove.IsOk()) {
-        RaiseForceFailure(last, __FUNCTION__, error);
+    FORCE_ENDPOINTS endpoints;
+    if (!ResultOfCall([&] { endpoints = OpenForceEndpoints(*m_pInterface, GVCP_FORCEIP_PORT_LOCAL); }, error)
+             .IsOk()) {
+        return GvcpResultOf(GVCP_RESULT_SOCKET_FAILED);
     }
+    std::string reason;
+    GVCP_RESULT last;
+    const GVCP_RESULT move = ForceExchange(endpoints, true, &command, sizeof(command), DecodeForceIPAck, reqID,
+                                           __FUNCTION__, reason, last);
+    if (!move.IsOk()) {
+        error = ForceFailureText(last, __FUNCTION__, reason);
+    }
+    return move;
 }
 
 // Control privilege belongs to the address and port that took it, so the whole transaction goes through one
@@ -542,27 +592,30 @@ bool CDevice::_StorePersistentIP(unsigned int ip, unsigned int mask, unsigned in
     const std::string name = __DiagName();
     CtrlPort port;
     std::string error;
-    bool asked = false;
     GVCP_RESULT& store = m_stForceIP.stStore;
-    store = GuardedResult(
-        [&] {
-            port.reset(_CreateCtrlPort(ip));
-            const unsigned long optionsReg = GVCP_REG_IP_CONFIG_OPTIONS;
-            uint32_t options = 0;
-            ReadRegisters(*port, &optionsReg, &options, 1);
-            Helper::Diag("%s: READREG 0x0010 = 0x%08X", name.c_str(), options);
-            if ((options & GVCP_IP_CONFIG_PERSISTENT) == 0) {
-                APP_THROW_AS("__StorePersistentIP", GC_ERR_NOT_IMPLEMENTED, "persistent IP not supported");
-            }
-            asked = true;
-            port->SetPrivilege(DEVICE_ACCESS_CONTROL);
-            Helper::Diag("%s: WRITEREG 0x0A00 = 0x2 (control taken)", name.c_str());
-        },
-        error);
+    store = ResultOfCall([&] { port.reset(_CreateCtrlPort(ip)); }, error);
+    const unsigned long optionsReg = GVCP_REG_IP_CONFIG_OPTIONS;
+    uint32_t options = 0;
+    if (store.IsOk()) {
+        store = ReadRegisters(*port, &optionsReg, &options, 1, error);
+    }
+    if (store.IsOk()) {
+        Helper::Diag("%s: READREG 0x0010 = 0x%08X", name.c_str(), options);
+        if ((options & GVCP_IP_CONFIG_PERSISTENT) == 0) {
+            store = GvcpResultOf(GVCP_RESULT_NOT_SUPPORTED);
+        }
+    }
+    const bool asked = store.IsOk();
+    if (asked) {
+        store = ResultOfCall([&] { port->SetPrivilege(DEVICE_ACCESS_CONTROL); }, error);
+    }
+    if (store.IsOk()) {
+        Helper::Diag("%s: WRITEREG 0x0A00 = 0x2 (control taken)", name.c_str());
+    }
     const bool refused = store.nKind == GVCP_RESULT_REFUSED && store.nStatus == GVCP_STATUS_ACCESS_DENIED;
     uint32_t wanted[kPersistentCount] = {ip, mask, gateway, 0};
     if (store.IsOk()) {
-        store = GuardedResult([&] { WritePersistent(*port, wanted, name); }, error);
+        store = WritePersistent(*port, wanted, name, error);
     }
     if (!store.IsOk()) {
         Helper::Diag("%s: not stored: %s", name.c_str(), GvcpResultText(store).c_str());
@@ -580,7 +633,7 @@ bool CDevice::_StorePersistentIP(unsigned int ip, unsigned int mask, unsigned in
 GVCP_RESULT CDevice::__GiveControlBack(CGVCPCtrlPort& port, const std::string& name) const
 {
     std::string error;
-    const GVCP_RESULT result = GuardedResult([&] { port.SetPrivilege(DEVICE_ACCESS_RELEASE); }, error);
+    const GVCP_RESULT result = ResultOfCall([&] { port.SetPrivilege(DEVICE_ACCESS_RELEASE); }, error);
     if (result.IsOk()) {
         Helper::Diag("%s: WRITEREG 0x0A00 = 0x0 (control given back)", name.c_str());
     } else {

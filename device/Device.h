@@ -66,7 +66,8 @@ private:
     void __SendForceIPExCmd(char const* ip, char const* mask, char const* gateway, char const* text,
                             unsigned int ipConfig) const;
     void __SendForceIPCmd() const;
-    void __SendStaticForceIPCmd(unsigned int ip, unsigned int mask, unsigned int gateway) const;
+    GVCP_RESULT __SendStaticForceIPCmd(unsigned int ip, unsigned int mask, unsigned int gateway,
+                                       std::string& error) const;
     GVCP_RESULT __GiveControlBack(CGVCPCtrlPort& port, const std::string& name) const;
     void __NoteUnsentMove();
     std::string __DiagName() const;

@@ -17,8 +17,7 @@ GVCP_RESULT GvcpResultOf(GVCP_RESULT_KIND kind, int error)
 }
 
 CGvcpExchange::CGvcpExchange(std::vector<CUdpComm*> endpoints, uint8_t* buffer, unsigned int capacity)
-    : m_vecEndpoints(std::move(endpoints)), m_pBuffer(buffer), m_nCapacity(capacity), m_nLength(0), m_nSent(0),
-      m_stHeader()
+    : m_vecEndpoints(std::move(endpoints)), m_pBuffer(buffer), m_nCapacity(capacity), m_nLength(0), m_nSent(0)
 {
 }
 
@@ -67,11 +66,12 @@ GVCP_RESULT CGvcpExchange::ReadOne(uint64_t deadlineMs, const GVCP_ACK_DECODER& 
             }
             return GvcpResultOf(GVCP_RESULT_SOCKET_FAILED, m_vecEndpoints[ready]->GetLastErrno());
         }
-        if (decode(m_pBuffer, m_nLength, m_stHeader) != GVCP_ACCEPTED) {
+        GVCP_ACK_FIELDS header{};
+        if (decode(m_pBuffer, m_nLength, header) != GVCP_ACCEPTED) {
             return GvcpResultOf(GVCP_RESULT_BAD_ACK);
         }
-        GVCP_RESULT result = GvcpResultOf(m_stHeader.nStatus == 0 ? GVCP_RESULT_OK : GVCP_RESULT_REFUSED);
-        result.nStatus = m_stHeader.nStatus;
+        GVCP_RESULT result = GvcpResultOf(header.nStatus == 0 ? GVCP_RESULT_OK : GVCP_RESULT_REFUSED);
+        result.nStatus = header.nStatus;
         return result;
     }
 }
@@ -91,11 +91,6 @@ GVCP_RESULT CGvcpExchange::Await(uint64_t deadlineMs, const GVCP_ACK_DECODER& de
 unsigned int CGvcpExchange::GetLength() const
 {
     return m_nLength;
-}
-
-const GVCP_ACK_FIELDS& CGvcpExchange::GetHeader() const
-{
-    return m_stHeader;
 }
 
 unsigned int CGvcpExchange::GetSent() const

@@ -29,9 +29,8 @@ public:
     // Datagrams that do not decode are skipped until the deadline; BAD_ACK when only such came.
     GVCP_RESULT Await(uint64_t deadlineMs, const GVCP_ACK_DECODER& decode);
 
-    // The acknowledge last read: its length and header.
+    // The length of the acknowledge last read.
     unsigned int GetLength() const;
-    const GVCP_ACK_FIELDS& GetHeader() const;
     // What the last Send put on the wire.
     unsigned int GetSent() const;
 
@@ -41,7 +40,6 @@ private:
     unsigned int m_nCapacity;
     unsigned int m_nLength;
     unsigned int m_nSent;
-    GVCP_ACK_FIELDS m_stHeader;
 };
 
 // A result of the given kind, with no status or errno.

@@ -50,7 +50,7 @@ bool FindInterface(const std::string& name, unsigned int ip, LINK_INTERFACE& fou
 } // namespace
 
 CLinkTap::CLinkTap(std::string interfaceName)
-    : m_strInterface(std::move(interfaceName)), m_nPacketSocket(-1), m_vecFrame(kFrameMax), m_aRejects()
+    : m_strInterface(std::move(interfaceName)), m_vecFrame(kFrameMax), m_aRejects()
 {
 }
 
@@ -63,47 +63,44 @@ void CLinkTap::Open(unsigned int ip, int port, bool, bool)
         APP_THROW(GC_ERR_IO, Helper::MsgComposer("no interface %s with that address", m_strInterface.c_str()));
     }
     // Protocol 0 until bound: no frame is queued before the filter is in place.
-    m_nPacketSocket = socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (m_nPacketSocket < 0) {
+    m_packetSocket.Reset(socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!m_packetSocket.IsOpen()) {
         APP_THROW(GC_ERR_IO, Helper::MsgComposer("socket error: %d", GetLastError()));
     }
     std::vector<sock_filter> program = BuildAckFilter(ip, ip | ~itf.dwMask, static_cast<uint16_t>(port));
     const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
-    if (setsockopt(m_nPacketSocket, SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof(filter)) != 0) {
+    if (setsockopt(m_packetSocket.Get(), SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof(filter)) != 0) {
         _FailOpen();
     }
-    GrowReceiveBuffer(m_nPacketSocket, kReceiveBuffer);
+    GrowReceiveBuffer(m_packetSocket.Get(), kReceiveBuffer);
     sockaddr_ll link;
     memset(&link, 0, sizeof(link));
     link.sll_family = AF_PACKET;
     link.sll_protocol = htons(ETH_P_IP);
     link.sll_ifindex = static_cast<int>(itf.nIndex);
-    if (bind(m_nPacketSocket, reinterpret_cast<const sockaddr*>(&link), sizeof(link)) != 0) {
+    if (bind(m_packetSocket.Get(), reinterpret_cast<const sockaddr*>(&link), sizeof(link)) != 0) {
         _FailOpen();
     }
 }
 
 void CLinkTap::Close()
 {
-    if (m_nPacketSocket != -1) {
-        close(m_nPacketSocket);
-        m_nPacketSocket = -1;
-    }
+    m_packetSocket.Reset();
 }
 
 // Frames the decoder rejects are skipped; the wait ends at the same deadline as a UDP endpoint's.
 void CLinkTap::Receive(unsigned char* buffer, unsigned int capacity, unsigned int* sourceIp,
                        unsigned int* sourcePort, unsigned int* received, unsigned int timeoutMs)
 {
-    if (m_nPacketSocket < 0) {
+    if (m_packetSocket.Get() < 0) {
         APP_THROW(GC_ERR_ERROR, "UDPComm::Receive, Invilid Socket !");
     }
     const uint64_t deadline = Helper::GetSystemCounterMs() + timeoutMs;
     for (;;) {
         const uint64_t now = Helper::GetSystemCounterMs();
-        _AwaitDatagram(m_nPacketSocket, buffer, sourceIp, sourcePort, received,
+        _AwaitDatagram(m_packetSocket.Get(), buffer, sourceIp, sourcePort, received,
                        static_cast<unsigned int>(deadline > now ? deadline - now : 0));
-        const ssize_t count = recv(m_nPacketSocket, m_vecFrame.data(), m_vecFrame.size(), 0);
+        const ssize_t count = recv(m_packetSocket.Get(), m_vecFrame.data(), m_vecFrame.size(), 0);
         if (count < 0) {
             m_nLastErrno = errno;
             APP_THROW(GC_ERR_IO, "Failed error");
@@ -126,7 +123,7 @@ void CLinkTap::Receive(unsigned char* buffer, unsigned int capacity, unsigned in
 
 int CLinkTap::GetReadFd() const
 {
-    return m_nPacketSocket;
+    return m_packetSocket.Get();
 }
 
 std::string CLinkTap::RejectSummary() const
@@ -155,12 +152,7 @@ CLinkTap* OpenLinkTap(const std::string& interfaceName, unsigned int ip, int por
 
 bool HasRawNetworkRight()
 {
-    const int probe = socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (probe < 0) {
-        return false;
-    }
-    close(probe);
-    return true;
+    return CUniqueFd(socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC, 0)).IsOpen();
 }
 
 } // namespace Client

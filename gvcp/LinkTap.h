@@ -30,7 +30,7 @@ public:
 
 private:
     std::string m_strInterface;
-    int m_nPacketSocket;
+    CUniqueFd m_packetSocket;
     std::vector<unsigned char> m_vecFrame;
     std::array<unsigned int, kLinkFrameErrorCount> m_aRejects;
 };

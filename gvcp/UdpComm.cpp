@@ -30,26 +30,25 @@ sockaddr_in MakeAddress(unsigned int ip, unsigned int port)
 
 } // namespace
 
-CUdpComm::CUdpComm() : m_nLastErrno(0), m_nSocket(-1) {}
+CUdpComm::CUdpComm() : m_nLastErrno(0) {}
 
-// Deliberately leaves the socket open: owners call Close first.
 CUdpComm::~CUdpComm() = default;
 
 void CUdpComm::Open(unsigned int ip, int port, bool broadcast, bool bindAny)
 {
-    m_nSocket = -1;
+    m_socket.Reset();
     const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     // Descriptor 0 is refused as well: a closed standard input must not become an endpoint.
     if (fd <= 0) {
         APP_THROW(GC_ERR_IO, Helper::MsgComposer("socket error: %d", GetLastError()));
     }
-    m_nSocket = fd;
+    m_socket.Reset(fd);
     __SetOption(SO_REUSEADDR);
     if (broadcast) {
         __SetOption(SO_BROADCAST);
     }
     const sockaddr_in address = MakeAddress(bindAny ? INADDR_ANY : ip, static_cast<unsigned int>(port));
-    if (bind(m_nSocket, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+    if (bind(m_socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
         _FailOpen();
     }
 }
@@ -57,7 +56,7 @@ void CUdpComm::Open(unsigned int ip, int port, bool broadcast, bool bindAny)
 void CUdpComm::__SetOption(int option)
 {
     const int32_t on = 1;
-    if (setsockopt(m_nSocket, SOL_SOCKET, option, &on, sizeof(on)) != 0) {
+    if (setsockopt(m_socket.Get(), SOL_SOCKET, option, &on, sizeof(on)) != 0) {
         _FailOpen();
     }
 }
@@ -71,16 +70,13 @@ void CUdpComm::_FailOpen()
 
 void CUdpComm::Close()
 {
-    if (m_nSocket != -1) {
-        close(m_nSocket);
-        m_nSocket = -1;
-    }
+    m_socket.Reset();
 }
 
 void CUdpComm::Send(unsigned char* data, unsigned int length, unsigned int ip, unsigned int port,
                     unsigned int* sent)
 {
-    if (m_nSocket < 1) {
+    if (m_socket.Get() < 1) {
         APP_THROW(GC_ERR_ERROR, "UDPComm::Send, Invilid Socket !");
     }
     if (data == nullptr) {
@@ -96,7 +92,7 @@ int CUdpComm::SendTo(const void* data, unsigned int length, unsigned int ip, uns
 {
     const sockaddr_in address = MakeAddress(ip, port);
     const ssize_t result =
-        sendto(m_nSocket, data, length, 0, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+        sendto(m_socket.Get(), data, length, 0, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
     if (result < 0) {
         return errno;
     }
@@ -108,7 +104,7 @@ int CUdpComm::SendTo(const void* data, unsigned int length, unsigned int ip, uns
 
 int CUdpComm::GetReadFd() const
 {
-    return m_nSocket;
+    return m_socket.Get();
 }
 
 int CUdpComm::GetLastErrno() const
@@ -119,14 +115,14 @@ int CUdpComm::GetLastErrno() const
 void CUdpComm::Receive(unsigned char* buffer, unsigned int capacity, unsigned int* sourceIp,
                        unsigned int* sourcePort, unsigned int* received, unsigned int timeoutMs)
 {
-    if (m_nSocket < 1) {
+    if (m_socket.Get() < 1) {
         APP_THROW(GC_ERR_ERROR, "UDPComm::Receive, Invilid Socket !");
     }
-    _AwaitDatagram(m_nSocket, buffer, sourceIp, sourcePort, received, timeoutMs);
+    _AwaitDatagram(m_socket.Get(), buffer, sourceIp, sourcePort, received, timeoutMs);
     sockaddr_in source;
     socklen_t sourceLength = sizeof(source);
     const ssize_t count =
-        recvfrom(m_nSocket, buffer, capacity, 0, reinterpret_cast<sockaddr*>(&source), &sourceLength);
+        recvfrom(m_socket.Get(), buffer, capacity, 0, reinterpret_cast<sockaddr*>(&source), &sourceLength);
     if (count < 0) {
         m_nLastErrno = errno;
         APP_THROW(GC_ERR_IO, "Failed error");
@@ -166,7 +162,7 @@ void CUdpComm::GetHostPort(unsigned short& port)
 {
     sockaddr_in address;
     socklen_t length = sizeof(address);
-    if (getsockname(m_nSocket, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+    if (getsockname(m_socket.Get(), reinterpret_cast<sockaddr*>(&address), &length) != 0) {
         APP_THROW(GC_ERR_ERROR, "CUdpComm::GetPort, getsockname error");
     }
     port = ntohs(address.sin_port);
@@ -187,7 +183,7 @@ int CUdpComm::ExitMulticast(const ip_mreq& request)
 void CUdpComm::__SetMembership(int option, const ip_mreq& request, const char* operation)
 {
     // Leaving reports the join text too; the wording is kept as the system has it.
-    if (setsockopt(m_nSocket, IPPROTO_IP, option, &request, sizeof(request)) < 0) {
+    if (setsockopt(m_socket.Get(), IPPROTO_IP, option, &request, sizeof(request)) < 0) {
         APP_THROW_AS(operation, GC_ERR_ERROR, "CUdpComm::JoinMulticast, setsockopt error");
     }
 }

@@ -1,11 +1,14 @@
 #pragma once
 
+#include "common/UniqueFd.h"
+
 #include <netinet/in.h>
 
 namespace GenICam {
 namespace Client {
 
-// One IPv4 UDP endpoint. Failures raise CAppException; the destructor does not close the socket.
+// One IPv4 UDP endpoint. Failures raise CAppException; owners call Close, and a socket left open is closed
+// with the endpoint.
 class CUdpComm {
 public:
     CUdpComm();
@@ -44,7 +47,7 @@ private:
     void __SetOption(int option);
     void __SetMembership(int option, const ip_mreq& request, const char* operation);
 
-    int m_nSocket;
+    CUniqueFd m_socket;
 };
 
 } // namespace Client

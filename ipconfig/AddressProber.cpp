@@ -41,13 +41,12 @@ std::vector<ARP_PROBE_RESULT> CPlainProber::Probe(const std::vector<unsigned int
     for (unsigned int ip : candidates) {
         CARP arp;
         const std::string text = DottedText(ip);
-        // An address label (eth0:1) names no device to send on: the probe goes out on its device.
-        const std::string device = m_stLink.strName.substr(0, m_stLink.strName.find(':'));
+        // An address label (eth0:1) names no device: its frame is not sent and the candidate counts as free.
         ARP_PROBE_RESULT verdict =
-            arp.Probe(m_stLink.strIP.c_str(), text.c_str(), m_stLink.strMAC.c_str(), device.c_str());
-        if (verdict.nKind == ARP_PROBE_NO_SOCKET) {
-            Diag("%s: candidate %s free unprobed: no ARP socket: %s", m_stLink.strName.c_str(), text.c_str(),
-                 strerror(verdict.nErrno));
+            arp.Probe(m_stLink.strIP.c_str(), text.c_str(), m_stLink.strMAC.c_str(), m_stLink.strName.c_str());
+        if (verdict.nKind == ARP_PROBE_NO_SOCKET || verdict.nKind == ARP_PROBE_UNSENT) {
+            Diag("%s: candidate %s free unprobed: %s: %s", m_stLink.strName.c_str(), text.c_str(),
+                 verdict.nKind == ARP_PROBE_UNSENT ? "probe not sent" : "no ARP socket", strerror(verdict.nErrno));
             verdict = {ARP_PROBE_FREE, 0};
         } else if (verdict.nKind == ARP_PROBE_FAILED) {
             Diag("%s: candidate %s not probed: %s", m_stLink.strName.c_str(), text.c_str(), strerror(verdict.nErrno));

@@ -17,7 +17,8 @@ struct PROBE_LINK {
 class IAddressProber {
 public:
     virtual ~IAddressProber();
-    // Candidates in host order; per candidate free, taken, or failed with the errno (never free unsent).
+    // Candidates in host order; per candidate free, taken, or failed with the errno. Only the plain prober
+    // counts a candidate it could not probe as free.
     virtual std::vector<ARP_PROBE_RESULT> Probe(const std::vector<unsigned int>& candidates) = 0;
 };
 

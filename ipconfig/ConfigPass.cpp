@@ -2,10 +2,10 @@
 
 #include "common/Exception.h"
 #include "common/Helper.h"
+#include "common/ipcalc.h"
 #include "device/Device.h"
 #include "device/Interface.h"
 #include "gvcp/GvcpProtocol.h"
-#include "ipconfig/IPConfigAllDevices.h"
 
 #include <algorithm>
 #include <system_error>

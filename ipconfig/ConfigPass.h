@@ -1,8 +1,8 @@
 #pragma once
 
 #include "gvcp/GvcpResult.h"
-#include "ipconfig/RememberedAddress.h"
 #include "ipconfig/AddressPlan.h"
+#include "ipconfig/RememberedAddress.h"
 
 #include <map>
 #include <memory>

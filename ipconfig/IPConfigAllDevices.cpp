@@ -24,9 +24,6 @@ using GenICam::Client::Helper::IsDiagnostics;
 
 namespace {
 
-const unsigned int kLinkLocalFirst = 0xA9FE0000;
-const unsigned int kLinkLocalLast = 0xA9FEFFFF;
-
 // Two subnets overlap when each one's network, cut to the shorter mask, is the same.
 bool Overlap(unsigned int ipA, unsigned int maskA, unsigned int ipB, unsigned int maskB)
 {
@@ -38,11 +35,6 @@ bool Overlap(unsigned int ipA, unsigned int maskA, unsigned int ipB, unsigned in
 
 std::vector<unsigned int> CIPConfigAllDevices::ms_vecUsedIP;
 std::vector<std::string> CIPConfigAllDevices::ms_vecConfigDevID;
-
-bool IsIPValid(unsigned int ip)
-{
-    return ip != 0 && (ip < kLinkLocalFirst || ip > kLinkLocalLast);
-}
 
 CIPConfigAllDevices::CIPConfigAllDevices(CInterface* itf, CConfigPass* pass)
     : m_pInterface(itf), m_pPass(pass), m_vecDevice(*itf->GetDeviceList()), m_nNetCardIP(0), m_nNetCardMask(0),

@@ -28,9 +28,6 @@ struct IP_CONFIG_SETTING {
     unsigned int nForceIPExValue;
 };
 
-// False for 0 and for the link-local block 169.254.0.0/16.
-bool IsIPValid(unsigned int ip);
-
 // Configurator of one interface. The lists of taken addresses span all interfaces of one pass.
 class CIPConfigAllDevices {
 public:

@@ -2,6 +2,7 @@
 
 #include "common/Diagnostics.h"
 #include "common/Exception.h"
+#include "common/ipcalc.h"
 #include "device/Device.h"
 #include "device/DeviceManager.h"
 #include "device/Interface.h"

@@ -165,18 +165,22 @@ TEST(StopSignals, TermAndIntRequestTheStopAndUninstallRestores)
         struct sigaction previous = {};
         previous.sa_handler = SIG_IGN;
         ASSERT_EQ(sigaction(number, &previous, nullptr), 0);
-        CStopSignals signals;
-        ASSERT_TRUE(signals.Install(nullptr));
-        ProcessStopToken().Reset();
-        ASSERT_EQ(raise(number), 0);
-        EXPECT_TRUE(ProcessStopToken().IsRequested()) << number;
-        EXPECT_EQ(ReceivedStopSignal(), number);
-        ASSERT_EQ(raise(number), 0) << "a second signal while stopping is harmless";
-        signals.Uninstall();
-        struct sigaction now = {};
-        sigaction(number, nullptr, &now);
-        EXPECT_EQ(now.sa_handler, SIG_IGN) << number;
-        ProcessStopToken().Reset();
+        // The stop cannot be taken back: each signal is tried in a child process of its own.
+        EXPECT_EXIT(
+            {
+                CStopSignals signals;
+                const bool installed = signals.Install(nullptr);
+                const bool before = ProcessStopToken().IsRequested();
+                raise(number);
+                const bool requested = ProcessStopToken().IsRequested();
+                raise(number);  // a second signal while stopping is harmless
+                signals.Uninstall();
+                struct sigaction now = {};
+                sigaction(number, nullptr, &now);
+                _exit(installed && !before && requested && now.sa_handler == SIG_IGN ? 0 : 1);
+            },
+            ::testing::ExitedWithCode(0), "")
+            << number;
         signal(number, SIG_DFL);
     }
 }
@@ -187,7 +191,6 @@ TEST(ReloadSignal, HupIsARequestThatEndsNoWaitAndUninstallRestores)
     struct sigaction previous = {};
     previous.sa_handler = SIG_IGN;
     ASSERT_EQ(sigaction(SIGHUP, &previous, nullptr), 0);
-    ProcessStopToken().Reset();
     CReloadSignal reload;
     ASSERT_TRUE(reload.Install(nullptr));
     EXPECT_FALSE(reload.TakeRequest());

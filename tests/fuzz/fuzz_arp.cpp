@@ -2,7 +2,7 @@
 // gives it (4 bytes), then the received frame. Decoding and encoding a frame's fields gives them back.
 #include "Fuzz.h"
 
-#include "device/ArpFrame.h"
+#include "link/ArpFrame.h"
 
 #include <cstring>
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/UniqueFd.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -36,13 +38,9 @@ std::vector<LINK_EVENT> ParseLinkMessages(const uint8_t* buffer, size_t length);
 class CLinkMonitor {
 public:
     CLinkMonitor();
-    ~CLinkMonitor();
-    CLinkMonitor(const CLinkMonitor&) = delete;
-    CLinkMonitor& operator=(const CLinkMonitor&) = delete;
 
     // false with the errno in `error` (may be null) when the socket cannot be opened.
     bool Open(int* error);
-    void Close();
     // Readable when notifications wait: for the caller's poll.
     int GetFd() const;
     // Drains what is queued without blocking; a lost notification yields one LINK_EVENT_RESYNC alone.
@@ -54,10 +52,10 @@ public:
 private:
     enum RECEIVED { RECEIVED_NOTHING, RECEIVED_DATAGRAM, RECEIVED_SKIPPED };
     // One datagram into the buffer; `lost` is set when the kernel dropped some.
-    RECEIVED __Receive(size_t& length, bool& lost);
+    RECEIVED ReceiveOne(size_t& length, bool& lost);
 
-    int m_nSocket;
-    uint32_t m_nSequence;
+    CUniqueFd m_socket;
+    uint32_t m_nSequence = 0;
     std::vector<uint8_t> m_vecBuffer;
 };
 
@@ -78,7 +76,7 @@ public:
     LINK_CHANGE Apply(const LINK_EVENT& event);
 
 private:
-    LINK_CHANGE __Link(const LINK_EVENT& event);
+    LINK_CHANGE ApplyLink(const LINK_EVENT& event);
 
     std::map<int, bool> m_mapCarrier;
 };

@@ -1,4 +1,4 @@
-#include "device/ArpWatch.h"
+#include "link/ArpWatch.h"
 
 #include <arpa/inet.h>
 #include <cerrno>
@@ -9,6 +9,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <utility>
 
 namespace GenICam {
 namespace Client {
@@ -19,15 +20,12 @@ namespace {
 const unsigned int kFramesPerCall = 32;
 const int kCallsPerRead = 8;
 
-int Fail(int socketFd, int* error)
+CUniqueFd Fail(int* error)
 {
     if (error != nullptr) {
         *error = errno;
     }
-    if (socketFd >= 0) {
-        close(socketFd);
-    }
-    return -1;
+    return CUniqueFd();
 }
 
 // The interface's own MAC: frames from it are not another host's.
@@ -45,16 +43,16 @@ bool ReadOwnMAC(int socketFd, const std::string& name, uint8_t* mac)
 
 } // namespace
 
-int OpenArpSocket(const std::string& device, ARP_FILTER which, int* error)
+CUniqueFd OpenArpSocket(const std::string& device, ARP_FILTER which, int* error)
 {
     const unsigned int index = if_nametoindex(device.substr(0, device.find(':')).c_str());
     if (index == 0) {
-        return Fail(-1, error);
+        return Fail(error);
     }
     // Protocol 0 until bound: no frame is queued before the filter is in place.
-    const int socketFd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
-    if (socketFd < 0) {
-        return Fail(-1, error);
+    CUniqueFd socketFd(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0));
+    if (!socketFd.IsOpen()) {
+        return Fail(error);
     }
     std::vector<sock_filter> program = BuildArpFilter(which);
     const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
@@ -63,46 +61,31 @@ int OpenArpSocket(const std::string& device, ARP_FILTER which, int* error)
     link.sll_family = AF_PACKET;
     link.sll_protocol = htons(ETH_P_ARP);
     link.sll_ifindex = static_cast<int>(index);
-    if (setsockopt(socketFd, SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof(filter)) != 0 ||
-        bind(socketFd, reinterpret_cast<const sockaddr*>(&link), sizeof(link)) != 0) {
-        return Fail(socketFd, error);
+    if (setsockopt(socketFd.Get(), SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof(filter)) != 0 ||
+        bind(socketFd.Get(), reinterpret_cast<const sockaddr*>(&link), sizeof(link)) != 0) {
+        return Fail(error);
     }
     return socketFd;
 }
 
-CArpWatch::CArpWatch() : m_nSocket(-1), m_aMAC() {}
-
-CArpWatch::~CArpWatch()
-{
-    Close();
-}
-
 bool CArpWatch::Open(const std::string& device, int* error)
 {
-    Close();
-    const int socketFd = OpenArpSocket(device, ARP_FILTER_ANNOUNCEMENTS, error);
-    if (socketFd < 0) {
+    m_socket.Reset();
+    CUniqueFd socketFd = OpenArpSocket(device, ARP_FILTER_ANNOUNCEMENTS, error);
+    if (!socketFd.IsOpen()) {
         return false;
     }
-    if (!ReadOwnMAC(socketFd, device.substr(0, device.find(':')), m_aMAC)) {
-        Fail(socketFd, error);
+    if (!ReadOwnMAC(socketFd.Get(), device.substr(0, device.find(':')), m_aMAC)) {
+        Fail(error);
         return false;
     }
-    m_nSocket = socketFd;
+    m_socket = std::move(socketFd);
     return true;
-}
-
-void CArpWatch::Close()
-{
-    if (m_nSocket != -1) {
-        close(m_nSocket);
-        m_nSocket = -1;
-    }
 }
 
 int CArpWatch::GetFd() const
 {
-    return m_nSocket;
+    return m_socket.Get();
 }
 
 void CArpWatch::Read(std::vector<ARP_ANNOUNCEMENT>& heard)
@@ -117,8 +100,8 @@ void CArpWatch::Read(std::vector<ARP_ANNOUNCEMENT>& heard)
         messages[i].msg_hdr.msg_iov = &vectors[i];
         messages[i].msg_hdr.msg_iovlen = 1;
     }
-    for (int call = 0; call < kCallsPerRead && m_nSocket != -1; ++call) {
-        const int count = recvmmsg(m_nSocket, messages, kFramesPerCall, MSG_DONTWAIT, nullptr);
+    for (int call = 0; call < kCallsPerRead && m_socket.IsOpen(); ++call) {
+        const int count = recvmmsg(m_socket.Get(), messages, kFramesPerCall, MSG_DONTWAIT, nullptr);
         for (int i = 0; i < count; ++i) {
             const ARP_ANNOUNCEMENT one = ReadArpAnnouncement(frames[i], messages[i].msg_len, m_aMAC);
             if (one.nKind != ARP_ANNOUNCEMENT_NONE) {

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "device/ArpFrame.h"
+#include "common/UniqueFd.h"
+#include "link/ArpFrame.h"
 
 #include <cstdint>
 #include <string>
@@ -11,21 +12,15 @@ namespace Client {
 
 // A link-level socket for whole ARP frames on `device` (a kernel name or an address label: eth0:1
 // opens eth0), with the kernel filter in place before the first frame is queued; blocking, closed on
-// exec. -1 with the errno in `error` (may be null) when it cannot be opened.
-int OpenArpSocket(const std::string& device, ARP_FILTER which, int* error);
+// exec. Not open, with the errno in `error` (may be null), when it cannot be opened.
+CUniqueFd OpenArpSocket(const std::string& device, ARP_FILTER which, int* error);
 
 // Hears the ARP probes and announcements of other hosts on one link: a device that has just taken an
 // address says so, and the kernel shows the frame even when the address does not fit the link.
 class CArpWatch {
 public:
-    CArpWatch();
-    ~CArpWatch();
-    CArpWatch(const CArpWatch&) = delete;
-    CArpWatch& operator=(const CArpWatch&) = delete;
-
     // false with the errno in `error` (may be null): no such interface, or no raw-network right.
     bool Open(const std::string& device, int* error);
-    void Close();
     // Readable when frames wait: for the caller's poll.
     int GetFd() const;
     // Replaces `heard` with the probes and announcements queued, without blocking; at most a bounded
@@ -33,8 +28,8 @@ public:
     void Read(std::vector<ARP_ANNOUNCEMENT>& heard);
 
 private:
-    int m_nSocket;
-    uint8_t m_aMAC[6];
+    CUniqueFd m_socket;
+    uint8_t m_aMAC[6] = {};
 };
 
 } // namespace Client

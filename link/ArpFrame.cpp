@@ -1,4 +1,4 @@
-#include "device/ArpFrame.h"
+#include "link/ArpFrame.h"
 
 #include <arpa/inet.h>
 #include <cstddef>

@@ -28,11 +28,10 @@ public:
     bool TakeDue(uint64_t nowMs);
     // Forgets a MAC, so that its next announcement starts a pass again (a camera gone from the link).
     void Forget(const uint8_t* mac);
-    size_t Size() const;
 
 private:
-    bool __Remember(uint64_t key);
-    bool __Start(uint64_t nowMs);
+    bool Remember(uint64_t key);
+    bool Start(uint64_t nowMs);
 
     size_t m_nCapacity;
     uint64_t m_nWindowMs;

@@ -1,4 +1,4 @@
-#include "device/AnnouncementFilter.h"
+#include "link/AnnouncementFilter.h"
 
 namespace GenICam {
 namespace Client {
@@ -25,10 +25,10 @@ CAnnouncementFilter::CAnnouncementFilter(size_t capacity, uint64_t windowMs)
 
 bool CAnnouncementFilter::Heard(const uint8_t* mac, uint64_t nowMs)
 {
-    if (!__Remember(Key(mac))) {
+    if (!Remember(Key(mac))) {
         return false;
     }
-    if (__Start(nowMs)) {
+    if (Start(nowMs)) {
         return true;
     }
     m_bHeldBack = true;
@@ -42,7 +42,7 @@ uint64_t CAnnouncementFilter::DueAtMs() const
 
 bool CAnnouncementFilter::TakeDue(uint64_t nowMs)
 {
-    return m_bHeldBack && __Start(nowMs);
+    return m_bHeldBack && Start(nowMs);
 }
 
 void CAnnouncementFilter::Forget(const uint8_t* mac)
@@ -54,13 +54,8 @@ void CAnnouncementFilter::Forget(const uint8_t* mac)
     }
 }
 
-size_t CAnnouncementFilter::Size() const
-{
-    return m_mapHeard.size();
-}
-
 // True for a MAC not remembered; either way it becomes the most recently heard.
-bool CAnnouncementFilter::__Remember(uint64_t key)
+bool CAnnouncementFilter::Remember(uint64_t key)
 {
     const auto found = m_mapHeard.find(key);
     if (found != m_mapHeard.end()) {
@@ -77,7 +72,7 @@ bool CAnnouncementFilter::__Remember(uint64_t key)
 }
 
 // A pass starts when none started within the window; it takes any held-back one with it.
-bool CAnnouncementFilter::__Start(uint64_t nowMs)
+bool CAnnouncementFilter::Start(uint64_t nowMs)
 {
     if (m_bStarted && nowMs < m_nStartedMs + m_nWindowMs) {
         return false;

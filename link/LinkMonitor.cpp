@@ -1,4 +1,4 @@
-#include "device/LinkMonitor.h"
+#include "link/LinkMonitor.h"
 
 #include "common/SocketBuffer.h"
 #include "common/StopToken.h"
@@ -166,43 +166,29 @@ std::vector<LINK_EVENT> ParseLinkMessages(const uint8_t* buffer, size_t length)
     return events;
 }
 
-CLinkMonitor::CLinkMonitor() : m_nSocket(-1), m_nSequence(0), m_vecBuffer(kMessageBuffer) {}
-
-CLinkMonitor::~CLinkMonitor()
-{
-    Close();
-}
+CLinkMonitor::CLinkMonitor() : m_vecBuffer(kMessageBuffer) {}
 
 bool CLinkMonitor::Open(int* error)
 {
-    Close();
-    m_nSocket = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE);
+    m_socket.Reset(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE));
     sockaddr_nl local;
     memset(&local, 0, sizeof(local));
     local.nl_family = AF_NETLINK;
     local.nl_groups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR;
-    if (m_nSocket < 0 || bind(m_nSocket, reinterpret_cast<const sockaddr*>(&local), sizeof(local)) != 0) {
+    if (!m_socket.IsOpen() || bind(m_socket.Get(), reinterpret_cast<const sockaddr*>(&local), sizeof(local)) != 0) {
         if (error != nullptr) {
             *error = errno;
         }
-        Close();
+        m_socket.Reset();
         return false;
     }
-    GrowReceiveBuffer(m_nSocket, kReceiveBuffer);
+    GrowReceiveBuffer(m_socket.Get(), kReceiveBuffer);
     return true;
-}
-
-void CLinkMonitor::Close()
-{
-    if (m_nSocket != -1) {
-        close(m_nSocket);
-        m_nSocket = -1;
-    }
 }
 
 int CLinkMonitor::GetFd() const
 {
-    return m_nSocket;
+    return m_socket.Get();
 }
 
 // After an overflow the queue holds only part of what happened: drop it and have the caller re-read.
@@ -212,7 +198,7 @@ std::vector<LINK_EVENT> CLinkMonitor::Read()
     bool lost = false;
     size_t length = 0;
     for (int reads = 0; reads < kReadsPerCall; ++reads) {
-        const RECEIVED received = __Receive(length, lost);
+        const RECEIVED received = ReceiveOne(length, lost);
         if (received == RECEIVED_NOTHING) {
             break;
         }
@@ -243,16 +229,16 @@ std::vector<LINK_EVENT> CLinkMonitor::ReadLinks(uint64_t deadlineMs)
     sockaddr_nl kernel;
     memset(&kernel, 0, sizeof(kernel));
     kernel.nl_family = AF_NETLINK;
-    if (m_nSocket == -1 ||
-        sendto(m_nSocket, &request, sizeof(request), 0, reinterpret_cast<const sockaddr*>(&kernel), sizeof(kernel)) < 0) {
+    if (!m_socket.IsOpen() ||
+        sendto(m_socket.Get(), &request, sizeof(request), 0, reinterpret_cast<const sockaddr*>(&kernel), sizeof(kernel)) < 0) {
         return {};
     }
     std::vector<LINK_EVENT> events;
     bool lost = false;
     size_t length = 0;
     for (;;) {
-        const RECEIVED received = __Receive(length, lost);
-        if (received == RECEIVED_NOTHING && WaitReadable(m_nSocket, deadlineMs, nullptr) != WAIT_READY) {
+        const RECEIVED received = ReceiveOne(length, lost);
+        if (received == RECEIVED_NOTHING && WaitReadable(m_socket.Get(), deadlineMs, nullptr) != WAIT_READY) {
             break;
         }
         if (received == RECEIVED_DATAGRAM) {
@@ -269,12 +255,12 @@ std::vector<LINK_EVENT> CLinkMonitor::ReadLinks(uint64_t deadlineMs)
     return events;
 }
 
-CLinkMonitor::RECEIVED CLinkMonitor::__Receive(size_t& length, bool& lost)
+CLinkMonitor::RECEIVED CLinkMonitor::ReceiveOne(size_t& length, bool& lost)
 {
     sockaddr_nl from;
     memset(&from, 0, sizeof(from));
     socklen_t fromLength = sizeof(from);
-    const ssize_t received = recvfrom(m_nSocket, m_vecBuffer.data(), m_vecBuffer.size(), MSG_TRUNC,
+    const ssize_t received = recvfrom(m_socket.Get(), m_vecBuffer.data(), m_vecBuffer.size(), MSG_TRUNC,
                                       reinterpret_cast<sockaddr*>(&from), &fromLength);
     if (received < 0 && (errno == EINTR || errno == ENOBUFS)) {
         lost = lost || errno == ENOBUFS;
@@ -300,7 +286,7 @@ LINK_CHANGE CLinkStates::Apply(const LINK_EVENT& event)
 {
     switch (event.nKind) {
     case LINK_EVENT_NEW:
-        return __Link(event);
+        return ApplyLink(event);
     case LINK_EVENT_REMOVED:
         m_mapCarrier.erase(event.nIndex);
         return LINK_CHANGE_REMOVED;
@@ -313,7 +299,7 @@ LINK_CHANGE CLinkStates::Apply(const LINK_EVENT& event)
 }
 
 // A link that comes with carrier may have a camera behind it that is booting, new or not.
-LINK_CHANGE CLinkStates::__Link(const LINK_EVENT& event)
+LINK_CHANGE CLinkStates::ApplyLink(const LINK_EVENT& event)
 {
     // Deletions lost in an overflow would otherwise stay for ever.
     if (m_mapCarrier.size() >= kLinkStatesMax && m_mapCarrier.count(event.nIndex) == 0) {

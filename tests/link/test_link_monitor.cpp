@@ -1,5 +1,5 @@
 #include "common/StopToken.h"
-#include "device/LinkMonitor.h"
+#include "link/LinkMonitor.h"
 #include "support/NetNamespace.h"
 
 #include <arpa/inet.h>

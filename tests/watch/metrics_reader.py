@@ -16,7 +16,7 @@ import time
 
 FIRST = "# HELP autoipconfig_cameras "
 LAST = re.compile(r'^autoipconfig_build_info\{version="[^"]*"\} 1$')
-FEWEST_READS = 50
+FEWEST_READS = 20  # a loaded 2-core CI machine still reads this often
 READ_LIMIT_S = 120
 
 

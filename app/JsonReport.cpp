@@ -2,7 +2,6 @@
 
 #include "app/Options.h"
 #include "common/ipcalc.h"
-#include "ipconfig/ConfigPass.h"
 #include "ipconfig/IPConfigAllDevices.h"
 
 #include <cstdio>
@@ -44,14 +43,14 @@ Json CameraJson(const CAMERA_REPORT& report, const SEEN_INTERFACE& itf, bool sta
     return json;
 }
 
-Json InterfacesJson(const CConfigPass& pass)
+Json InterfacesJson(const std::vector<INTERFACE_REPORT>& reports, bool standard)
 {
     Json interfaces = Json::array();
-    for (const INTERFACE_REPORT& report : pass.GetReport()) {
+    for (const INTERFACE_REPORT& report : reports) {
         const SEEN_INTERFACE& itf = report.stInterface;
         Json cameras = Json::array();
         for (const CAMERA_REPORT& camera : report.vecCamera) {
-            cameras.push_back(CameraJson(camera, itf, pass.GetOptions().bStandard));
+            cameras.push_back(CameraJson(camera, itf, standard));
         }
         interfaces.push_back({
             {"name", itf.strName},
@@ -78,14 +77,15 @@ Json SkippedJson(const std::vector<GenICam::Client::INTERFACE_VERDICT>& verdicts
 
 } // namespace
 
-void PrintJsonReport(const char* result, bool withInterfaces,
-                     const std::vector<GenICam::Client::INTERFACE_VERDICT>& verdicts, const CConfigPass& pass)
+void PrintJsonReport(const PASS_RESULT& result, const PASS_OPTIONS& options,
+                     const std::vector<GenICam::Client::INTERFACE_VERDICT>& verdicts)
 {
+    const bool finished = result.pResult == &kFinished;
     const Json report = {
         {"version", kReportVersion},
-        {"result", result},
-        {"dry_run", pass.GetOptions().bDryRun},
-        {"interfaces", withInterfaces ? InterfacesJson(pass) : Json::array()},
+        {"result", result.pResult->szJson},
+        {"dry_run", options.bDryRun},
+        {"interfaces", finished ? InterfacesJson(result.vecReport, options.bStandard) : Json::array()},
         {"skipped_interfaces", SkippedJson(verdicts)},
     };
     // Camera texts are whatever bytes came off the wire: invalid UTF-8 becomes U+FFFD.

@@ -2,12 +2,12 @@
 
 #include "device/InterfaceSurvey.h"
 
-#include <vector>
+#include "ipconfig/ConfigPass.h"
 
-class CConfigPass;
+#include <vector>
 
 // The run-wide lines of the operator's diagnostics (--verbose).
 void DiagRawNetworkRight();
 void DiagInterfaces(const std::vector<GenICam::Client::INTERFACE_VERDICT>& verdicts);
 // Each camera's outcome, with the same reason the JSON report gives.
-void DiagOutcomes(const CConfigPass& pass);
+void DiagOutcomes(const std::vector<INTERFACE_REPORT>& report);

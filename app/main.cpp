@@ -1,12 +1,11 @@
-#include "app/Driver.h"
 #include "app/JsonReport.h"
 #include "app/Options.h"
-#include "app/PlainRun.h"
+#include "app/PassRun.h"
 #include "app/RunDiagnostics.h"
+#include "app/TextReport.h"
 #include "app/Watch.h"
 #include "common/Diagnostics.h"
 #include "gvcp/LinkTap.h"
-#include "ipconfig/ConfigPass.h"
 
 #include <cstdio>
 #include <string>
@@ -25,7 +24,9 @@ int UsageError(const std::string& problem)
 // the planner. Exits 0 whatever happened.
 int Run(RUN_OPTIONS& options)
 {
-    CConfigPass pass(PassOptionsOf(options));
+    PASS_REQUEST request;
+    request.stOptions = PassOptionsOf(options);
+    request.bShowProgress = !options.bJson;
     if (!options.bJson) {
         printf("%s", BannerText().c_str());
     }
@@ -35,15 +36,16 @@ int Run(RUN_OPTIONS& options)
         DiagRawNetworkRight();
         DiagInterfaces(verdicts);
     }
-    SEEN_MODEL first;
-    const RUN_RESULT* result = RunSequence(options, pass, &first);
+    const PASS_RESULT result = RunPass(request);
     if (options.bJson) {
-        PrintJsonReport(result->szJson, result == &kFinished, verdicts, pass);
+        PrintJsonReport(result, request.stOptions, verdicts);
+    } else if (result.pResult == &kFinished) {
+        PrintTextReport(result, request.stOptions);
     }
-    UnInitDeviceModule();
+    EndPasses();
     // Printed after the report on purpose: it is the last line of output.
     if (!options.bJson) {
-        printf("%s", result->szText);
+        printf("%s", result.pResult->szText);
     }
     return 0;
 }

@@ -1,6 +1,7 @@
 #include "common/KernelInterfaces.h"
 
 #include "common/ipcalc.h"
+#include "common/Identity.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -44,7 +45,7 @@ KERNEL_ADDRESS ReadEntry(int fd, const ifreq& listed)
         entry.bCarrier = (request.ifr_flags & IFF_RUNNING) != 0;
         entry.bHasFlags = true;
     }
-    entry.nIndex = if_nametoindex(name.substr(0, name.find(':')).c_str());
+    entry.nIndex = if_nametoindex(DeviceNameOf(name).c_str());
     return entry;
 }
 

@@ -1,4 +1,5 @@
 #include "device/ArpWatch.h"
+#include "common/Identity.h"
 
 #include <arpa/inet.h>
 #include <cerrno>
@@ -47,7 +48,7 @@ bool ReadOwnMAC(int socketFd, const std::string& name, uint8_t* mac)
 
 int OpenArpSocket(const std::string& device, ARP_FILTER which, int* error)
 {
-    const unsigned int index = if_nametoindex(device.substr(0, device.find(':')).c_str());
+    const unsigned int index = if_nametoindex(DeviceNameOf(device).c_str());
     if (index == 0) {
         return Fail(-1, error);
     }
@@ -84,7 +85,7 @@ bool CArpWatch::Open(const std::string& device, int* error)
     if (socketFd < 0) {
         return false;
     }
-    if (!ReadOwnMAC(socketFd, device.substr(0, device.find(':')), m_aMAC)) {
+    if (!ReadOwnMAC(socketFd, DeviceNameOf(device), m_aMAC)) {
         Fail(socketFd, error);
         return false;
     }

@@ -4,6 +4,7 @@
 #include "common/ipcalc.h"
 #include "device/ARP.h"
 #include "device/ArpConflict.h"
+#include "common/Identity.h"
 
 #include <arpa/inet.h>
 #include <cstdio>
@@ -42,7 +43,7 @@ std::vector<ARP_PROBE_RESULT> CPlainProber::Probe(const std::vector<unsigned int
         CARP arp;
         const std::string text = DottedText(ip);
         // An address label (eth0:1) names no device to send on: the probe goes out on its device.
-        const std::string device = m_stLink.strName.substr(0, m_stLink.strName.find(':'));
+        const std::string device = GenICam::Client::DeviceNameOf(m_stLink.strName);
         ARP_PROBE_RESULT verdict =
             arp.Probe(m_stLink.strIP.c_str(), text.c_str(), m_stLink.strMAC.c_str(), device.c_str());
         if (verdict.nKind == ARP_PROBE_NO_SOCKET) {

@@ -60,10 +60,12 @@ void ReadInterface(CInterface* itf, SEEN_INTERFACE* seen)
 {
     try {
         seen->strName = itf->GetInterfaceDescription();
+        seen->strDisplayName = itf->GetDisplayName();
         seen->strMAC = itf->GetStrMAC();
         seen->strIP = itf->GetInterfaceStrIP();
         seen->strMask = itf->GetInterfaceStrSubNet();
         seen->nIP = itf->GetInterfaceIP();
+        seen->nMask = itf->GetInterfaceSubnetMask();
     } catch (CAppException&) {
         // what could be read stands; the rest stays empty
     }
@@ -102,11 +104,6 @@ void CConfigPass::RecordSeen(const SEEN_MODEL& model)
     }
 }
 
-const SEEN_MODEL& CConfigPass::GetSeen() const
-{
-    return m_stSeen;
-}
-
 void CConfigPass::RecordOutcome(const CAMERA_OUTCOME& outcome)
 {
     std::lock_guard<std::mutex> lock(m_OutcomeLock);
@@ -126,17 +123,6 @@ const CAMERA_OUTCOME* CConfigPass::FindOutcome(const std::string& devID) const
 const std::vector<CAMERA_OUTCOME>& CConfigPass::GetOutcomes() const
 {
     return m_vecOutcome;
-}
-
-std::vector<std::string> CConfigPass::GetSentIDs() const
-{
-    std::vector<std::string> ids;
-    for (const CAMERA_OUTCOME& outcome : m_vecOutcome) {
-        if (outcome.nAction == CAMERA_SENT) {
-            ids.push_back(outcome.strDevID);
-        }
-    }
-    return ids;
 }
 
 std::unique_lock<std::mutex> CConfigPass::LockUsed()
@@ -163,7 +149,7 @@ const std::vector<INTERFACE_REPORT>& CConfigPass::Settle(const SEEN_MODEL& now)
         report.stInterface = itf;
         for (const SEEN_CAMERA& camera : now.vecCamera) {
             if (camera.strInterface == itf.strName) {
-                report.vecCamera.push_back(__Judge(camera, itf));
+                report.vecCamera.push_back(Judge(camera, itf));
             }
         }
         m_vecReport.push_back(report);
@@ -178,7 +164,7 @@ const std::vector<INTERFACE_REPORT>& CConfigPass::Settle(const SEEN_MODEL& now)
         const std::vector<CAMERA_REPORT> present = report.vecCamera;
         for (const SEEN_CAMERA& seen : m_stSeen.vecCamera) {
             if (seen.strInterface == report.stInterface.strName && !HasCamera(present, seen.strDevID)) {
-                report.vecCamera.push_back(__JudgeGone(seen));
+                report.vecCamera.push_back(JudgeGone(seen));
             }
         }
         std::stable_sort(report.vecCamera.begin(), report.vecCamera.end(),
@@ -196,7 +182,7 @@ const std::vector<INTERFACE_REPORT>& CConfigPass::GetReport() const
 }
 
 // A camera that answers at the address it was sent has moved, whatever became of the acknowledge.
-CAMERA_REPORT CConfigPass::__Judge(const SEEN_CAMERA& camera, const SEEN_INTERFACE& itf) const
+CAMERA_REPORT CConfigPass::Judge(const SEEN_CAMERA& camera, const SEEN_INTERFACE& itf) const
 {
     CAMERA_REPORT report{camera, CAMERA_OUTCOME(), false};
     CAMERA_OUTCOME& outcome = report.stOutcome;
@@ -212,7 +198,7 @@ CAMERA_REPORT CConfigPass::__Judge(const SEEN_CAMERA& camera, const SEEN_INTERFA
         outcome.nAction = there ? CAMERA_MOVED : CAMERA_FAILED;
         outcome.nNote = !there && outcome.stForceIP.stMove.IsOk() ? CAMERA_NOTE_NOT_AT_NEW_ADDRESS : CAMERA_NOTE_NONE;
     } else if (outcome.nAction == CAMERA_KEPT && !camera.bAvailable) {
-        const SEEN_CAMERA* first = __FindSeen(camera.strDevID);
+        const SEEN_CAMERA* first = FindSeen(camera.strDevID);
         outcome.nNote = itf.nIP == 0            ? CAMERA_NOTE_INTERFACE_NO_ADDRESS
                         : !IsIPValid(itf.nIP)   ? CAMERA_NOTE_INTERFACE_LINK_LOCAL
                         : first == nullptr      ? CAMERA_NOTE_NOT_SEEN_BEFORE
@@ -224,7 +210,7 @@ CAMERA_REPORT CConfigPass::__Judge(const SEEN_CAMERA& camera, const SEEN_INTERFA
 
 // Gone: lost at the address it was sent, unless the force-IP never left the host (failed) or the
 // camera refused it (lost where it was).
-CAMERA_REPORT CConfigPass::__JudgeGone(const SEEN_CAMERA& camera) const
+CAMERA_REPORT CConfigPass::JudgeGone(const SEEN_CAMERA& camera) const
 {
     CAMERA_REPORT report{camera, CAMERA_OUTCOME(), true};
     report.stCamera.bAvailable = false;
@@ -249,7 +235,7 @@ CAMERA_REPORT CConfigPass::__JudgeGone(const SEEN_CAMERA& camera) const
     return report;
 }
 
-const SEEN_CAMERA* CConfigPass::__FindSeen(const std::string& devID) const
+const SEEN_CAMERA* CConfigPass::FindSeen(const std::string& devID) const
 {
     for (const SEEN_CAMERA& seen : m_stSeen.vecCamera) {
         if (seen.strDevID == devID) {

@@ -33,6 +33,8 @@ struct SEEN_INTERFACE {
     std::string strIP;
     std::string strMask;
     unsigned int nIP = 0;
+    unsigned int nMask = 0;
+    std::string strDisplayName;  // "name(kernel's description)", as the text report shows it
 };
 
 // A camera as one look at the device model found it.
@@ -117,14 +119,11 @@ public:
 
     // Adds what is new in `model`; the first sighting of an interface or camera stays.
     void RecordSeen(const SEEN_MODEL& model);
-    const SEEN_MODEL& GetSeen() const;
 
     // Safe from overlapping candidate searches.
     void RecordOutcome(const CAMERA_OUTCOME& outcome);
     const CAMERA_OUTCOME* FindOutcome(const std::string& devID) const;
     const std::vector<CAMERA_OUTCOME>& GetOutcomes() const;
-    // The cameras a confirmation must find again at their new address.
-    std::vector<std::string> GetSentIDs() const;
 
     // Serialises every touch of the taken-address lists while searches overlap.
     std::unique_lock<std::mutex> LockUsed();
@@ -137,9 +136,9 @@ public:
     const std::vector<INTERFACE_REPORT>& GetReport() const;
 
 private:
-    CAMERA_REPORT __Judge(const SEEN_CAMERA& camera, const SEEN_INTERFACE& itf) const;
-    CAMERA_REPORT __JudgeGone(const SEEN_CAMERA& camera) const;
-    const SEEN_CAMERA* __FindSeen(const std::string& devID) const;
+    CAMERA_REPORT Judge(const SEEN_CAMERA& camera, const SEEN_INTERFACE& itf) const;
+    CAMERA_REPORT JudgeGone(const SEEN_CAMERA& camera) const;
+    const SEEN_CAMERA* FindSeen(const std::string& devID) const;
 
     PASS_OPTIONS m_stOptions;
     SEEN_MODEL m_stSeen;

@@ -49,7 +49,8 @@ SEEN_CAMERA Camera(const char* itf, const char* ip, bool available)
 
 SEEN_INTERFACE Interface(const char* name)
 {
-    return SEEN_INTERFACE{name, "02-00-00-00-00-01", "192.168.1.5", "255.255.255.0", Ip("192.168.1.5")};
+    return SEEN_INTERFACE{name, "02-00-00-00-00-01", "192.168.1.5", "255.255.255.0", Ip("192.168.1.5"),
+                          Ip("255.255.255.0"), name};
 }
 
 // Probes nothing; counts how many searches probe at the same moment.

@@ -21,7 +21,7 @@ Json CameraJson(const CAMERA_REPORT& report, const SEEN_INTERFACE& itf, bool sta
     const CAMERA_OUTCOME& outcome = report.stOutcome;
     const bool planned = outcome.nAction == CAMERA_PLANNED;
     Json json = {
-        {"model", camera.strModel}, {"serial", camera.strSerial},      {"mac", camera.strMAC},
+        {"model", camera.strModel},     {"serial", camera.strSerial},       {"mac", camera.stId.strText},
         {"ip", DottedText(camera.nIP)}, {"mask", DottedText(camera.nMask)},
     };
     if (planned || (report.bGone && outcome.nNewIP != 0)) {

@@ -1,8 +1,8 @@
 #include "app/PassRun.h"
 
-#include "app/Driver.h"
 #include "app/RunDiagnostics.h"
 #include "app/UpdateDevThread.h"
+#include "app/cconfigalldevicesthread.h"
 #include "common/Diagnostics.h"
 #include "common/Identity.h"
 #include "common/StopToken.h"
@@ -10,14 +10,15 @@
 #include "device/DeviceManager.h"
 #include "device/Interface.h"
 #include "device/TL.h"
+#include "ipconfig/IPConfigAllDevices.h"
 
-#include <new>
 #include <pthread.h>
 #include <set>
 
 using GenICam::Client::CDevice;
 using GenICam::Client::CDeviceManager;
 using GenICam::Client::CInterface;
+using GenICam::Client::CTL;
 
 const RUN_RESULT kInitFailed = {"Init Module Failed! Please Retry.\n", "init failed"};
 const RUN_RESULT kEnumFailed = {"Enum Device Failed! Please Retry.\n", "enumeration failed"};
@@ -26,6 +27,54 @@ const RUN_RESULT kFinished = {"Auto IP Configure Finished!\n", "finished"};
 const RUN_RESULT kStopped = {"", "stopped"};
 
 namespace {
+
+// The device model's side of a pass.
+bool InitDeviceModule()
+{
+    CDeviceManager* manager = CDeviceManager::GetInstanse();
+    return manager != nullptr && manager->InitEnvironment() == 0;
+}
+
+void UnInitDeviceModule()
+{
+    CDeviceManager* manager = CDeviceManager::GetInstanse();
+    if (manager != nullptr) {
+        manager->UnInitEnvironment();
+        CDeviceManager::ReleaseInstance();
+    }
+}
+
+void ConfigAllDevices(CConfigPass& pass)
+{
+    CIPConfigAllDevices::Clear();
+    CDeviceManager* manager = CDeviceManager::GetInstanse();
+    if (manager == nullptr) {
+        return;
+    }
+    std::vector<CDevice*> devices;
+    manager->GetAllDevice(&devices);
+    if (devices.empty()) {
+        return;
+    }
+    CConfigAllDevicesThread config(&pass);
+    config.ConfigAllDevicesThread();
+}
+
+// Only these interfaces (kernel name or address label) take part; none given: all.
+void SelectInterfaces(const std::vector<std::string>& names)
+{
+    CDeviceManager* manager = CDeviceManager::GetInstanse();
+    if (manager != nullptr && manager->GetTLObject() != nullptr) {
+        manager->GetTLObject()->SetInterfaceFilter(names);
+    }
+}
+
+SEEN_MODEL SeeDeviceModel()
+{
+    CDeviceManager* manager = CDeviceManager::GetInstanse();
+    CTL* tl = manager == nullptr ? nullptr : manager->GetTLObject();
+    return SeeInterfaces(tl == nullptr ? std::vector<CInterface*>() : *tl->GetCurInterfaceList());
+}
 
 std::vector<std::string> LinksOf(const PASS_SCOPE& scope)
 {

@@ -25,6 +25,8 @@ enum CONFIRM_STYLE {
     CONFIRM_QUIET,  // only the cameras sent an address, in the pass's scope, nothing printed
 };
 
+struct PASS_RESULT;
+
 // What one pass is asked to do.
 struct PASS_REQUEST {
     PASS_OPTIONS stOptions;
@@ -36,7 +38,7 @@ struct PASS_REQUEST {
     bool bShowProgress = true;
     // After discovery (stFirst, strDiscoveryError): narrows the options to the cameras to work on;
     // false: no camera needs work.
-    std::function<bool(const struct PASS_RESULT& discovered, PASS_OPTIONS* options)> fnChoose;
+    std::function<bool(const PASS_RESULT& discovered, PASS_OPTIONS* options)> fnChoose;
 };
 
 // What one pass saw and did, as values: every output reads these and nothing else.

@@ -66,7 +66,7 @@ void PrintTextReport(const PASS_RESULT& result, const PASS_OPTIONS& options)
         for (const SEEN_CAMERA& camera : end.vecCamera) {
             if (camera.strInterface == itf.strName) {
                 printf("    Camera:%s(%s[%s][%s])%s\n", camera.strModel.c_str(), DottedText(camera.nIP).c_str(),
-                       camera.strMAC.c_str(), camera.strSerial.c_str(), CameraEnding(camera, result, options).c_str());
+                       camera.stId.strText.c_str(), camera.strSerial.c_str(), CameraEnding(camera, result, options).c_str());
             }
         }
     }

@@ -10,7 +10,6 @@
 #include "common/Diagnostics.h"
 #include "common/Identity.h"
 #include "common/StopToken.h"
-#include "common/ipcalc.h"
 #include "device/AnnouncementFilter.h"
 #include "device/ArpWatch.h"
 #include "device/LinkMonitor.h"
@@ -68,7 +67,7 @@ bool Contains(const std::vector<std::string>& list, const std::string& text)
 bool ResultOf(const CAMERA_REPORT& camera, unsigned int interfaceMask, WATCH_RESULT* result)
 {
     const CAMERA_OUTCOME& outcome = camera.stOutcome;
-    result->strMac = camera.stCamera.strMAC;
+    result->strMac = camera.stCamera.stId.strText;
     result->strReason = ReasonText(outcome);
     result->nIP = outcome.nNewIP;
     result->nMask = interfaceMask;
@@ -370,10 +369,8 @@ void CWatcher::Tell(const std::vector<WATCH_EVENT>& events, size_t interfaces)
         if (event.nKind != WATCH_EVENT_GONE) {
             continue;
         }
-        uint8_t mac[6] = {0};
-        Cipcalc().StrToMac(event.stCamera.strMAC.c_str(), mac);
         for (auto& link : m_mapLinks) {
-            link.second.filter.Forget(mac);
+            link.second.filter.Forget(event.stCamera.stId.aMAC.data());
         }
     }
     m_notify.Status(WatchStatusLine(m_nPass, interfaces, m_state.CameraCount(), events));
@@ -423,7 +420,7 @@ std::vector<WATCH_RESULT> WatchResultsOf(const std::vector<INTERFACE_REPORT>& re
     for (const INTERFACE_REPORT& itf : report) {
         for (const CAMERA_REPORT& camera : itf.vecCamera) {
             WATCH_RESULT result;
-            if ((only == nullptr || Contains(*only, camera.stCamera.strMAC)) &&
+            if ((only == nullptr || Contains(*only, camera.stCamera.stId.strText)) &&
                 ResultOf(camera, itf.stInterface.nMask, &result)) {
                 results.push_back(result);
             }

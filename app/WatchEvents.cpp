@@ -31,8 +31,8 @@ std::string WatchEventJson(const WATCH_EVENT& event)
         {"event", WatchEventName(event.nKind)},
         {"interface", event.stCamera.strInterface},
     };
-    if (!event.stCamera.strMAC.empty()) {
-        line["mac"] = event.stCamera.strMAC;
+    if (!event.stCamera.stId.strText.empty()) {
+        line["mac"] = event.stCamera.stId.strText;
         line["ip"] = DottedText(event.stCamera.nIP);
         line["mask"] = DottedText(event.stCamera.nMask);
         line["model"] = event.stCamera.strModel;
@@ -50,8 +50,8 @@ std::string WatchEventJson(const WATCH_EVENT& event)
 std::string WatchEventText(const WATCH_EVENT& event)
 {
     std::string text = UtcMsText(event.nWallMs) + " " + event.stCamera.strInterface;
-    if (!event.stCamera.strMAC.empty()) {
-        text += " " + event.stCamera.strMAC;
+    if (!event.stCamera.stId.strText.empty()) {
+        text += " " + event.stCamera.stId.strText;
     }
     text += std::string(" ") + WatchEventName(event.nKind);
     const std::string ip = DottedText(event.stCamera.nIP);

@@ -44,7 +44,7 @@ bool WATCH_SIGHTING::SameRecord(const WATCH_SIGHTING& other) const
 {
     const SEEN_CAMERA& a = stCamera;
     const SEEN_CAMERA& b = other.stCamera;
-    return a.strInterface == b.strInterface && a.strMAC == b.strMAC && a.strModel == b.strModel &&
+    return a.strInterface == b.strInterface && a.stId.strText == b.stId.strText && a.strModel == b.strModel &&
            a.strSerial == b.strSerial && a.nIP == b.nIP && a.nMask == b.nMask && nInterfaceIP == other.nInterfaceIP && nInterfaceMask == other.nInterfaceMask;
 }
 
@@ -87,9 +87,9 @@ std::vector<std::string> CWatchState::CamerasToWork(const WATCH_PASS_VIEW& view,
 {
     std::vector<std::string> macs;
     for (const WATCH_SIGHTING& seen : view.vecCameras) {
-        const auto found = m_mapCameras.find(seen.stCamera.strMAC);
+        const auto found = m_mapCameras.find(seen.stCamera.stId.strText);
         if (NeedsWork(found == m_mapCameras.end() ? nullptr : &found->second, seen, nowMs)) {
-            macs.push_back(seen.stCamera.strMAC);
+            macs.push_back(seen.stCamera.stId.strText);
         }
     }
     return macs;
@@ -124,14 +124,14 @@ std::vector<WATCH_EVENT> CWatchState::EndPass(const WATCH_PASS_VIEW& view, const
 {
     std::vector<WATCH_EVENT> events;
     for (const WATCH_SIGHTING& seen : view.vecCameras) {
-        const bool known = m_mapCameras.count(seen.stCamera.strMAC) != 0;
-        CAMERA& camera = m_mapCameras[seen.stCamera.strMAC];
+        const bool known = m_mapCameras.count(seen.stCamera.stId.strText) != 0;
+        CAMERA& camera = m_mapCameras[seen.stCamera.stId.strText];
         const bool changed = !known || !camera.stSeen.SameRecord(seen);
         if (changed) {
             camera.nFailures = 0;  // rebooted or reconfigured by someone else: a fresh start
         }
         camera.nMisses = 0;
-        const WATCH_RESULT* result = FindResult(results, seen.stCamera.strMAC);
+        const WATCH_RESULT* result = FindResult(results, seen.stCamera.stId.strText);
         if (result != nullptr) {
             ApplyResult(camera, seen, *result, changed, nowMs, events);
         } else {
@@ -257,7 +257,7 @@ void CWatchState::CountMisses(const WATCH_PASS_VIEW& view, std::vector<WATCH_EVE
 {
     std::set<std::string> seen;
     for (const WATCH_SIGHTING& camera : view.vecCameras) {
-        seen.insert(camera.stCamera.strMAC);
+        seen.insert(camera.stCamera.stId.strText);
     }
     const std::set<std::string> covered(view.vecInterfaces.begin(), view.vecInterfaces.end());
     for (auto it = m_mapCameras.begin(); it != m_mapCameras.end();) {

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <array>
+#include <cstdint>
+#include <cstdio>
 #include <string>
 
 namespace GenICam {
@@ -9,6 +12,27 @@ namespace Client {
 inline std::string DeviceNameOf(const std::string& label)
 {
     return label.substr(0, label.find(':'));
+}
+
+// A camera's key: its MAC as the link layer sees it and as the reports spell it.
+struct CAMERA_ID {
+    std::array<uint8_t, 6> aMAC{};
+    std::string strText;  // 00-0F-31-AA-00-02
+};
+
+// Made once, where the device model hands the camera over; unreadable text leaves the bytes zero.
+inline CAMERA_ID CameraIdOf(const std::string& text)
+{
+    CAMERA_ID id;
+    id.strText = text;
+    unsigned int bytes[6] = {0};
+    if (sscanf(text.c_str(), "%2x-%2x-%2x-%2x-%2x-%2x", &bytes[0], &bytes[1], &bytes[2], &bytes[3], &bytes[4],
+               &bytes[5]) == 6) {
+        for (size_t i = 0; i < id.aMAC.size(); ++i) {
+            id.aMAC[i] = static_cast<uint8_t>(bytes[i]);
+        }
+    }
+    return id;
 }
 
 } // namespace Client

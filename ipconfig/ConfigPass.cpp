@@ -169,7 +169,7 @@ const std::vector<INTERFACE_REPORT>& CConfigPass::Settle(const SEEN_MODEL& now)
         }
         std::stable_sort(report.vecCamera.begin(), report.vecCamera.end(),
                          [](const CAMERA_REPORT& a, const CAMERA_REPORT& b) {
-                             return a.stCamera.strMAC < b.stCamera.strMAC;
+                             return a.stCamera.stId.strText < b.stCamera.stId.strText;
                          });
     }
     RecordSeen(now);
@@ -293,8 +293,9 @@ SEEN_MODEL SeeInterfaces(const std::vector<CInterface*>& interfaces)
         const std::vector<CDevice*> devices = *itf->GetDeviceList();
         for (CDevice* device : devices) {
             model.vecCamera.push_back(SEEN_CAMERA{seen.strName, device->GetDevID(), device->GetModelName(),
-                                                  device->GetSN(), device->GetStrMac(), device->GetIntIP(),
-                                                  device->GetIntSubNetMask(), device->IsSameSubnetWithIF()});
+                                                  device->GetSN(), GenICam::Client::CameraIdOf(device->GetStrMac()),
+                                                  device->GetIntIP(), device->GetIntSubNetMask(),
+                                                  device->IsSameSubnetWithIF()});
         }
     }
     return model;

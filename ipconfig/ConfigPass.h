@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/Identity.h"
 #include "gvcp/GvcpResult.h"
 
 #include <map>
@@ -43,7 +44,7 @@ struct SEEN_CAMERA {
     std::string strDevID;      // "model(MAC)"
     std::string strModel;
     std::string strSerial;
-    std::string strMAC;
+    GenICam::Client::CAMERA_ID stId;
     unsigned int nIP = 0;
     unsigned int nMask = 0;
     bool bAvailable = false;   // in its interface's subnet, with its mask

@@ -13,7 +13,7 @@ WATCH_EVENT Event(WATCH_EVENT_KIND kind, const char* reason = "", bool previous 
     event.nWallMs = 1795588200123ULL;
     event.nKind = kind;
     event.stCamera.strInterface = "eth0";
-    event.stCamera.strMAC = "00-11-22-33-44-55";
+    event.stCamera.stId.strText = "00-11-22-33-44-55";
     event.stCamera.strModel = "SIM-CAM";
     event.stCamera.strSerial = "S1";
     event.stCamera.nIP = 0xC0A8010B;
@@ -50,7 +50,7 @@ TEST(WatchEvents, JsonLines)
     WATCH_EVENT badText = Event(WATCH_EVENT_FAILED, "refused (status 0x8002)");
     badText.stCamera.strModel = "SIM\xff";
     WATCH_EVENT noCamera = Event(WATCH_EVENT_APPEARED, "", false);
-    noCamera.stCamera.strMAC.clear();
+    noCamera.stCamera.stId.strText.clear();
     noCamera.nWallMs = 7;
     const struct {
         WATCH_EVENT event;

@@ -18,7 +18,7 @@ SEEN_MODEL Model(const char* cameraIP, bool available)
     SEEN_MODEL model;
     model.vecInterface.push_back(SEEN_INTERFACE{"eth0", "02-00-00-00-00-01", "192.168.1.5", "255.255.255.0",
                                                 Ip("192.168.1.5"), Ip("255.255.255.0"), "eth0"});
-    model.vecCamera.push_back(SEEN_CAMERA{"eth0", kId, "CAM", "SN1", kMac, Ip(cameraIP), Ip("255.0.0.0"), available});
+    model.vecCamera.push_back(SEEN_CAMERA{"eth0", kId, "CAM", "SN1", GenICam::Client::CameraIdOf(kMac), Ip(cameraIP), Ip("255.0.0.0"), available});
     return model;
 }
 
@@ -76,7 +76,7 @@ TEST(WatchPass, SecondCameraAtAnAddressDoesNotFit)
 {
     SEEN_MODEL model = Model("192.168.1.20", true);
     SEEN_CAMERA twin = model.vecCamera[0];
-    twin.strMAC = "00-0F-31-00-00-02";
+    twin.stId = GenICam::Client::CameraIdOf("00-0F-31-00-00-02");
     model.vecCamera.push_back(twin);
     const WATCH_PASS_VIEW view = WatchViewOf(model);
     ASSERT_EQ(view.vecCameras.size(), 2u);

@@ -53,7 +53,7 @@ Json InterfacesJson(const std::vector<INTERFACE_REPORT>& reports, bool standard)
             cameras.push_back(CameraJson(camera, itf, standard));
         }
         interfaces.push_back({
-            {"name", itf.strName},
+            {"name", itf.stId.strLabel},
             {"mac", itf.strMAC},
             {"ip", itf.strIP},
             {"mask", itf.strMask},

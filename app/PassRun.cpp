@@ -4,7 +4,6 @@
 #include "app/UpdateDevThread.h"
 #include "app/cconfigalldevicesthread.h"
 #include "common/Diagnostics.h"
-#include "common/Identity.h"
 #include "common/StopToken.h"
 #include "device/Device.h"
 #include "device/DeviceManager.h"
@@ -13,7 +12,6 @@
 #include "ipconfig/IPConfigAllDevices.h"
 
 #include <pthread.h>
-#include <set>
 
 using GenICam::Client::CDevice;
 using GenICam::Client::CDeviceManager;
@@ -242,13 +240,4 @@ void EndPasses()
 void ReuseKnownCameras()
 {
     CDeviceManager::GetInstanse()->GetTLObject()->SetReuseKnownStatus(true);
-}
-
-std::vector<std::string> PassLinks()
-{
-    std::set<std::string> names;
-    for (CInterface* itf : *CDeviceManager::GetInstanse()->GetTLObject()->GetCurInterfaceList()) {
-        names.insert(GenICam::Client::DeviceNameOf(itf->GetInterfaceDescription()));
-    }
-    return std::vector<std::string>(names.begin(), names.end());
 }

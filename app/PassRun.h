@@ -62,5 +62,3 @@ PASS_RESULT RunPass(const PASS_REQUEST& request);
 void EndPasses();
 // Later passes reuse the access status of cameras that did not change.
 void ReuseKnownCameras();
-// The kernel links behind the interfaces the passes use.
-std::vector<std::string> PassLinks();

@@ -62,7 +62,7 @@ void DiagOutcomes(const std::vector<INTERFACE_REPORT>& report)
     for (const INTERFACE_REPORT& itf : report) {
         for (const CAMERA_REPORT& camera : itf.vecCamera) {
             const std::string reason = ReasonText(camera.stOutcome);
-            Diag("%s: camera %s: outcome %s%s%s", itf.stInterface.strName.c_str(), camera.stCamera.stId.strText.c_str(),
+            Diag("%s: camera %s: outcome %s%s%s", itf.stInterface.stId.strLabel.c_str(), camera.stCamera.stId.strText.c_str(),
                  ActionText(camera.stOutcome.nAction), reason.empty() ? "" : ": ", reason.c_str());
         }
     }

@@ -57,14 +57,14 @@ void PrintTextReport(const PASS_RESULT& result, const PASS_OPTIONS& options)
         const char* ending = "\n";
         if (itf.nIP == 0) {
             ending = " invalid IP!\n";
-            noAddress.push_back(itf.strName);
+            noAddress.push_back(itf.stId.strLabel);
         } else if (!IsIPValid(itf.nIP)) {  // the rest of what the planner cannot use: link-local
             ending = " invalid IP!\n";
-            linkLocal.push_back(itf.strName);
+            linkLocal.push_back(itf.stId.strLabel);
         }
         printf("GigeE Interface:%s%s", itf.strDisplayName.c_str(), ending);
         for (const SEEN_CAMERA& camera : end.vecCamera) {
-            if (camera.strInterface == itf.strName) {
+            if (camera.strInterface == itf.stId.strLabel) {
                 printf("    Camera:%s(%s[%s][%s])%s\n", camera.strModel.c_str(), DottedText(camera.nIP).c_str(),
                        camera.stId.strText.c_str(), camera.strSerial.c_str(), CameraEnding(camera, result, options).c_str());
             }

@@ -51,7 +51,7 @@ uint64_t WallMs()
 const SEEN_INTERFACE* FindInterface(const SEEN_MODEL& seen, const std::string& name)
 {
     for (const SEEN_INTERFACE& itf : seen.vecInterface) {
-        if (itf.strName == name) {
+        if (itf.stId.strLabel == name) {
             return &itf;
         }
     }
@@ -117,6 +117,7 @@ private:
     void OnAnnouncements(uint64_t nowMs);
     void WatchLinks();
     void Tell(const std::vector<WATCH_EVENT>& events, size_t interfaces);
+    void Remember(const PASS_RESULT& pass);
 
     RUN_OPTIONS m_stOptions;
     CWatchState m_state;
@@ -127,6 +128,7 @@ private:
     CLinkStates m_links;
     std::map<std::string, LINK_WATCH> m_mapLinks;  // by kernel name
     std::vector<ARP_ANNOUNCEMENT> m_vecHeard;
+    std::set<std::string> m_setLinks;  // the kernel links behind the interfaces the last pass saw
     unsigned long m_nPass;
     uint64_t m_nPassStartMs = 0;  // back-offs that ended before it were served by that pass
 };
@@ -201,6 +203,7 @@ bool CWatcher::FirstPass()
         return false;
     }
     m_nPass = 1;
+    Remember(pass);
     Tell(m_state.EndPass(WatchViewOf(pass.stFirst), WatchResultsOf(pass.vecReport, nullptr), MonotonicMs(), WallMs()),
            pass.stFirst.vecInterface.size());
     m_notify.Ready();
@@ -239,6 +242,7 @@ void CWatcher::Pass(const PASS_SCOPE& scope)
     }
     const std::vector<WATCH_RESULT> results =
         pass.bWorked ? WatchResultsOf(pass.vecReport, &work) : std::vector<WATCH_RESULT>();
+    Remember(pass);
     Tell(m_state.EndPass(view, results, MonotonicMs(), WallMs()), pass.stFirst.vecInterface.size());
 }
 
@@ -335,18 +339,16 @@ void CWatcher::OnAnnouncements(uint64_t nowMs)
     }
 }
 
-// One announcement watch per kernel link the device model uses; none without the raw-network right.
+// One announcement watch per kernel link the last pass saw; none without the raw-network right.
 void CWatcher::WatchLinks()
 {
     if (!GenICam::Client::HasRawNetworkRight()) {
         return;
     }
-    const std::vector<std::string> links = PassLinks();
-    const std::set<std::string> names(links.begin(), links.end());
     for (auto it = m_mapLinks.begin(); it != m_mapLinks.end();) {
-        it = names.count(it->first) == 0 ? m_mapLinks.erase(it) : std::next(it);
+        it = m_setLinks.count(it->first) == 0 ? m_mapLinks.erase(it) : std::next(it);
     }
-    for (const std::string& name : names) {
+    for (const std::string& name : m_setLinks) {
         if (m_mapLinks.count(name) != 0) {
             continue;
         }
@@ -357,6 +359,14 @@ void CWatcher::WatchLinks()
         } else {
             Diag("watch: %s: no announcement watch: %s", name.c_str(), strerror(error));
         }
+    }
+}
+
+void CWatcher::Remember(const PASS_RESULT& pass)
+{
+    m_setLinks.clear();
+    for (const SEEN_INTERFACE& itf : (pass.bWorked ? pass.stEnd : pass.stFirst).vecInterface) {
+        m_setLinks.insert(itf.stId.strLink);
     }
 }
 
@@ -382,7 +392,7 @@ WATCH_PASS_VIEW WatchViewOf(const SEEN_MODEL& seen)
 {
     WATCH_PASS_VIEW view;
     for (const SEEN_INTERFACE& itf : seen.vecInterface) {
-        view.vecInterfaces.push_back(itf.strName);
+        view.vecInterfaces.push_back(itf.stId.strLabel);
     }
     std::set<unsigned int> taken;
     for (const SEEN_CAMERA& camera : seen.vecCamera) {

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <net/if.h>
 #include <string>
 
 namespace GenICam {
@@ -12,6 +13,23 @@ namespace Client {
 inline std::string DeviceNameOf(const std::string& label)
 {
     return label.substr(0, label.find(':'));
+}
+
+// An interface as every layer names it: the label the reports show, the kernel link it belongs to
+// and that link's index.
+struct INTERFACE_ID {
+    std::string strLabel;     // kernel name or address label: eth3, eth3:1
+    std::string strLink;      // eth3
+    unsigned int nIndex = 0;  // 0: no such link (any more)
+};
+
+inline INTERFACE_ID InterfaceIdOf(const std::string& label)
+{
+    INTERFACE_ID id;
+    id.strLabel = label;
+    id.strLink = DeviceNameOf(label);
+    id.nIndex = if_nametoindex(id.strLink.c_str());
+    return id;
 }
 
 // A camera's key: its MAC as the link layer sees it and as the reports spell it.

@@ -59,7 +59,7 @@ bool HasCamera(const std::vector<CAMERA_REPORT>& cameras, const std::string& dev
 void ReadInterface(CInterface* itf, SEEN_INTERFACE* seen)
 {
     try {
-        seen->strName = itf->GetInterfaceDescription();
+        seen->stId = GenICam::Client::InterfaceIdOf(itf->GetInterfaceDescription());
         seen->strDisplayName = itf->GetDisplayName();
         seen->strMAC = itf->GetStrMAC();
         seen->strIP = itf->GetInterfaceStrIP();
@@ -89,7 +89,7 @@ bool CConfigPass::MaySelect(const std::string& mac) const
 void CConfigPass::RecordSeen(const SEEN_MODEL& model)
 {
     for (const SEEN_INTERFACE& itf : model.vecInterface) {
-        const auto same = [&](const SEEN_INTERFACE& known) { return known.strName == itf.strName; };
+        const auto same = [&](const SEEN_INTERFACE& known) { return known.stId.strLabel == itf.stId.strLabel; };
         if (std::none_of(m_stSeen.vecInterface.begin(), m_stSeen.vecInterface.end(), same)) {
             m_stSeen.vecInterface.push_back(itf);
         }
@@ -148,14 +148,14 @@ const std::vector<INTERFACE_REPORT>& CConfigPass::Settle(const SEEN_MODEL& now)
         INTERFACE_REPORT report;
         report.stInterface = itf;
         for (const SEEN_CAMERA& camera : now.vecCamera) {
-            if (camera.strInterface == itf.strName) {
+            if (camera.strInterface == itf.stId.strLabel) {
                 report.vecCamera.push_back(Judge(camera, itf));
             }
         }
         m_vecReport.push_back(report);
     }
     for (const SEEN_INTERFACE& itf : m_stSeen.vecInterface) {
-        const auto same = [&](const INTERFACE_REPORT& known) { return known.stInterface.strName == itf.strName; };
+        const auto same = [&](const INTERFACE_REPORT& known) { return known.stInterface.stId.strLabel == itf.stId.strLabel; };
         if (std::none_of(m_vecReport.begin(), m_vecReport.end(), same)) {
             m_vecReport.push_back(INTERFACE_REPORT{itf, true, {}});
         }
@@ -163,7 +163,7 @@ const std::vector<INTERFACE_REPORT>& CConfigPass::Settle(const SEEN_MODEL& now)
     for (INTERFACE_REPORT& report : m_vecReport) {
         const std::vector<CAMERA_REPORT> present = report.vecCamera;
         for (const SEEN_CAMERA& seen : m_stSeen.vecCamera) {
-            if (seen.strInterface == report.stInterface.strName && !HasCamera(present, seen.strDevID)) {
+            if (seen.strInterface == report.stInterface.stId.strLabel && !HasCamera(present, seen.strDevID)) {
                 report.vecCamera.push_back(JudgeGone(seen));
             }
         }
@@ -292,7 +292,7 @@ SEEN_MODEL SeeInterfaces(const std::vector<CInterface*>& interfaces)
         model.vecInterface.push_back(seen);
         const std::vector<CDevice*> devices = *itf->GetDeviceList();
         for (CDevice* device : devices) {
-            model.vecCamera.push_back(SEEN_CAMERA{seen.strName, device->GetDevID(), device->GetModelName(),
+            model.vecCamera.push_back(SEEN_CAMERA{seen.stId.strLabel, device->GetDevID(), device->GetModelName(),
                                                   device->GetSN(), GenICam::Client::CameraIdOf(device->GetStrMac()),
                                                   device->GetIntIP(), device->GetIntSubNetMask(),
                                                   device->IsSameSubnetWithIF()});

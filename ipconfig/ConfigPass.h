@@ -29,7 +29,7 @@ struct PASS_OPTIONS {
 
 // An interface as one look at the device model found it.
 struct SEEN_INTERFACE {
-    std::string strName;  // description: kernel name or address label
+    GenICam::Client::INTERFACE_ID stId;  // its label is the interface's name in every report
     std::string strMAC;
     std::string strIP;
     std::string strMask;
@@ -40,7 +40,7 @@ struct SEEN_INTERFACE {
 
 // A camera as one look at the device model found it.
 struct SEEN_CAMERA {
-    std::string strInterface;  // SEEN_INTERFACE::strName
+    std::string strInterface;  // its interface's label
     std::string strDevID;      // "model(MAC)"
     std::string strModel;
     std::string strSerial;

@@ -16,7 +16,7 @@ const char kMac[] = "00-0F-31-00-00-01";
 SEEN_MODEL Model(const char* cameraIP, bool available)
 {
     SEEN_MODEL model;
-    model.vecInterface.push_back(SEEN_INTERFACE{"eth0", "02-00-00-00-00-01", "192.168.1.5", "255.255.255.0",
+    model.vecInterface.push_back(SEEN_INTERFACE{GenICam::Client::InterfaceIdOf("eth0"), "02-00-00-00-00-01", "192.168.1.5", "255.255.255.0",
                                                 Ip("192.168.1.5"), Ip("255.255.255.0"), "eth0"});
     model.vecCamera.push_back(SEEN_CAMERA{"eth0", kId, "CAM", "SN1", GenICam::Client::CameraIdOf(kMac), Ip(cameraIP), Ip("255.0.0.0"), available});
     return model;

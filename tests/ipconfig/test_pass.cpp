@@ -49,7 +49,7 @@ SEEN_CAMERA Camera(const char* itf, const char* ip, bool available)
 
 SEEN_INTERFACE Interface(const char* name)
 {
-    return SEEN_INTERFACE{name, "02-00-00-00-00-01", "192.168.1.5", "255.255.255.0", Ip("192.168.1.5"),
+    return SEEN_INTERFACE{GenICam::Client::InterfaceIdOf(name), "02-00-00-00-00-01", "192.168.1.5", "255.255.255.0", Ip("192.168.1.5"),
                           Ip("255.255.255.0"), name};
 }
 
@@ -120,7 +120,7 @@ std::vector<std::string> RunPass(const PASS_OPTIONS& options, const std::vector<
     std::vector<std::string> lines;
     for (const INTERFACE_REPORT& itf : pass.Settle(SeeInterfaces(interfaces))) {
         for (const CAMERA_REPORT& camera : itf.vecCamera) {
-            lines.push_back(itf.stInterface.strName + " " + camera.stCamera.stId.strText + " " + Told(camera.stOutcome));
+            lines.push_back(itf.stInterface.stId.strLabel + " " + camera.stCamera.stId.strText + " " + Told(camera.stOutcome));
         }
     }
     return lines;

@@ -153,7 +153,7 @@ void ConfirmQuiet(const CConfigPass& pass, const PASS_SCOPE& scope)
     CUpdateDevThread update(manager, UPDATE_DEV_UNTIL_FOUND, std::vector<std::string>());
     update.SetLinks(LinksOf(scope));
     update.SetAnswered(answered);
-    update.PauseFirst(true);
+    update.PauseBefore(true);
     update.ShowProgress(false);
     update.run();
 }

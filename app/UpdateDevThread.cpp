@@ -59,9 +59,9 @@ void CUpdateDevThread::SetAnswered(std::function<bool()> answered)
     m_fnAnswered = std::move(answered);
 }
 
-void CUpdateDevThread::PauseFirst(bool pause)
+void CUpdateDevThread::PauseBefore(bool pause)
 {
-    m_bPauseFirst = pause;
+    m_bPauseBefore = pause;
 }
 
 void CUpdateDevThread::ShowProgress(bool show)
@@ -88,24 +88,35 @@ void CUpdateDevThread::__RunOnce()
 
 // One dot per pass; gives up after the first pass that ends more than 25 s after the start, measured on
 // the monotonic clock so a stepped wall clock neither cuts nor stretches it; a stop request ends it at once.
+// The pause follows each pass (also the last, timed-out one), or with PauseBefore() precedes it.
 void CUpdateDevThread::__RunUntilFound()
 {
     const uint64_t startMs = MonotonicMs();
+    const auto pause = [] { return GenICam::Client::SleepUntil(MonotonicMs() + kConfirmPauseMs); };
     m_nRunning = 1;
-    for (int pass = 1; m_nRunning != 0; ++pass) {
-        if ((pass > 1 || m_bPauseFirst) && !GenICam::Client::SleepUntil(MonotonicMs() + kConfirmPauseMs)) {
+    int pass = 0;
+    while (m_nRunning != 0) {
+        if (m_bPauseBefore && !pause()) {
             break;
         }
         __Print(".");
         __Enumerate();
-        __DiagPass(pass);
-        const bool answered = m_fnAnswered ? m_fnAnswered() : m_pDeviceManager->CheckDeviceFromList(m_vecDevID);
-        if (answered || MonotonicMs() - startMs > kConfirmLimitMs) {
+        __DiagPass(++pass);
+        if (m_fnAnswered ? m_fnAnswered() : m_pDeviceManager->CheckDeviceFromList(m_vecDevID)) {
+            break;
+        }
+        if (MonotonicMs() - startMs > kConfirmLimitMs) {
+            m_nRunning = 0;
+            __EndLine();
+        }
+        if (!m_bPauseBefore && !pause() && m_nRunning != 0) {
             break;
         }
     }
-    m_nRunning = 0;
-    __EndLine();
+    if (m_nRunning != 0) {
+        m_nRunning = 0;
+        __EndLine();
+    }
 }
 
 // A failed enumeration is recorded, never printed.

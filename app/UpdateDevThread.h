@@ -38,8 +38,9 @@ public:
     void SetLinks(const std::vector<std::string>& links);
     // Replaces "every listed device answers" as the end of the repeated mode.
     void SetAnswered(std::function<bool()> answered);
-    // The repeated mode pauses before its first enumeration too: the cameras were just sent their addresses.
-    void PauseFirst(bool pause);
+    // The repeated mode pauses before each enumeration instead of after it: the cameras were just sent
+    // their addresses, and a pass that gave up ends at once.
+    void PauseBefore(bool pause);
     // The dots and the line end of the repeated mode; on unless turned off.
     void ShowProgress(bool show);
     // "eth0: camera 00-0F-31-AA-00-02" and the address it was sent (0: not moved) for each device ID, in
@@ -67,5 +68,5 @@ private:
     bool m_bDiagPasses = false;
     std::vector<std::string> m_vecLinks;
     std::function<bool()> m_fnAnswered;
-    bool m_bPauseFirst = false;
+    bool m_bPauseBefore = false;
 };

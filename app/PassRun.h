@@ -21,7 +21,7 @@ extern const RUN_RESULT kStopped;
 
 // How a pass waits for the cameras it sent addresses to answer there.
 enum CONFIRM_STYLE {
-    CONFIRM_PLAIN,  // its own thread, every camera of the first discovery, dots unless quiet
+    CONFIRM_PLAIN,  // its own thread, every camera of the first discovery, dots with bShowProgress
     CONFIRM_QUIET,  // only the cameras sent an address, in the pass's scope, nothing printed
 };
 

@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cstdint>
-#include <cstdio>
 #include <net/if.h>
 #include <string>
 
@@ -38,18 +37,32 @@ struct CAMERA_ID {
     std::string strText;  // 00-0F-31-AA-00-02
 };
 
-// Made once, where the device model hands the camera over; unreadable text leaves the bytes zero.
+inline int HexDigitOf(char c)
+{
+    if (c >= '0' && c <= '9') {
+        return c - '0';
+    }
+    const char lower = static_cast<char>(c | 0x20);
+    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
+}
+
+// Made once, where the device model hands the camera over (every pass, for every camera: no sscanf);
+// unreadable text leaves the bytes zero.
 inline CAMERA_ID CameraIdOf(const std::string& text)
 {
     CAMERA_ID id;
     id.strText = text;
-    unsigned int bytes[6] = {0};
-    if (sscanf(text.c_str(), "%2x-%2x-%2x-%2x-%2x-%2x", &bytes[0], &bytes[1], &bytes[2], &bytes[3], &bytes[4],
-               &bytes[5]) == 6) {
-        for (size_t i = 0; i < id.aMAC.size(); ++i) {
-            id.aMAC[i] = static_cast<uint8_t>(bytes[i]);
+    std::array<uint8_t, 6> bytes{};
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        const size_t at = 3 * i;
+        const int high = at + 1 < text.size() ? HexDigitOf(text[at]) : -1;
+        const int low = at + 1 < text.size() ? HexDigitOf(text[at + 1]) : -1;
+        if (high < 0 || low < 0 || (i < 5 && (at + 2 >= text.size() || text[at + 2] != '-'))) {
+            return id;
         }
+        bytes[i] = static_cast<uint8_t>(high * 16 + low);
     }
+    id.aMAC = bytes;
     return id;
 }
 

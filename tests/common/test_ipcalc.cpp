@@ -130,5 +130,7 @@ TEST(Identity, LabelsAndMacs)
     const GenICam::Client::CAMERA_ID id = CameraIdOf("00-0F-31-aa-00-FE");
     EXPECT_EQ(id.strText, "00-0F-31-aa-00-FE");
     EXPECT_EQ(MacText(id.aMAC.data()), "00-0F-31-AA-00-FE");
-    EXPECT_EQ(MacText(CameraIdOf("not a mac").aMAC.data()), "00-00-00-00-00-00");
+    for (const char* bad : {"not a mac", "00-0F-31-AA-00", "00:0F:31:AA:00:02", "00-0F-31-AA-00-G2"}) {
+        EXPECT_EQ(MacText(CameraIdOf(bad).aMAC.data()), "00-00-00-00-00-00") << bad;
+    }
 }

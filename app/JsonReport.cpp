@@ -21,7 +21,7 @@ Json CameraJson(const CAMERA_REPORT& report, const SEEN_INTERFACE& itf, bool sta
     const CAMERA_OUTCOME& outcome = report.stOutcome;
     const bool planned = outcome.nAction == CAMERA_PLANNED;
     Json json = {
-        {"model", camera.strModel}, {"serial", camera.strSerial},      {"mac", camera.strMAC},
+        {"model", camera.strModel},     {"serial", camera.strSerial},       {"mac", camera.stId.strText},
         {"ip", DottedText(camera.nIP)}, {"mask", DottedText(camera.nMask)},
     };
     if (planned || (report.bGone && outcome.nNewIP != 0)) {
@@ -43,17 +43,17 @@ Json CameraJson(const CAMERA_REPORT& report, const SEEN_INTERFACE& itf, bool sta
     return json;
 }
 
-Json InterfacesJson(const CConfigPass& pass)
+Json InterfacesJson(const std::vector<INTERFACE_REPORT>& reports, bool standard)
 {
     Json interfaces = Json::array();
-    for (const INTERFACE_REPORT& report : pass.GetReport()) {
+    for (const INTERFACE_REPORT& report : reports) {
         const SEEN_INTERFACE& itf = report.stInterface;
         Json cameras = Json::array();
         for (const CAMERA_REPORT& camera : report.vecCamera) {
-            cameras.push_back(CameraJson(camera, itf, pass.GetOptions().bStandard));
+            cameras.push_back(CameraJson(camera, itf, standard));
         }
         interfaces.push_back({
-            {"name", itf.strName},
+            {"name", itf.stId.strLabel},
             {"mac", itf.strMAC},
             {"ip", itf.strIP},
             {"mask", itf.strMask},
@@ -77,14 +77,15 @@ Json SkippedJson(const std::vector<GenICam::Client::INTERFACE_VERDICT>& verdicts
 
 } // namespace
 
-void PrintJsonReport(const char* result, bool withInterfaces,
-                     const std::vector<GenICam::Client::INTERFACE_VERDICT>& verdicts, const CConfigPass& pass)
+void PrintJsonReport(const PASS_RESULT& result, const PASS_OPTIONS& options,
+                     const std::vector<GenICam::Client::INTERFACE_VERDICT>& verdicts)
 {
+    const bool finished = result.pResult == &kFinished;
     const Json report = {
         {"version", kReportVersion},
-        {"result", result},
-        {"dry_run", pass.GetOptions().bDryRun},
-        {"interfaces", withInterfaces ? InterfacesJson(pass) : Json::array()},
+        {"result", result.pResult->szJson},
+        {"dry_run", options.bDryRun},
+        {"interfaces", finished ? InterfacesJson(result.vecReport, options.bStandard) : Json::array()},
         {"skipped_interfaces", SkippedJson(verdicts)},
     };
     // Camera texts are whatever bytes came off the wire: invalid UTF-8 becomes U+FFFD.

@@ -1,13 +1,12 @@
 #pragma once
 
+#include "app/PassRun.h"
 #include "device/InterfaceSurvey.h"
 
 #include <vector>
 
-class CConfigPass;
-
-// Prints the run as one JSON document: the result ("finished", "init failed", ...) and, when
-// withInterfaces is set, every interface and camera of the pass's settled report, including those gone
+// Prints the run as one JSON document: the result ("finished", "init failed", ...) and, when the
+// pass finished, every interface and camera of its settled report, including those gone
 // since the first discovery; and the interfaces the run skipped, with the reason, from the verdicts.
-void PrintJsonReport(const char* result, bool withInterfaces,
-                     const std::vector<GenICam::Client::INTERFACE_VERDICT>& verdicts, const CConfigPass& pass);
+void PrintJsonReport(const PASS_RESULT& result, const PASS_OPTIONS& options,
+                     const std::vector<GenICam::Client::INTERFACE_VERDICT>& verdicts);

@@ -67,7 +67,7 @@ std::vector<INTERFACE_REPORT> ReportOfSeen(const SEEN_MODEL& seen)
         INTERFACE_REPORT entry;
         entry.stInterface = itf;
         for (const SEEN_CAMERA& camera : seen.vecCamera) {
-            if (camera.strInterface == itf.strName) {
+            if (camera.strInterface == itf.stId.strLabel) {
                 entry.vecCamera.push_back(CAMERA_REPORT{camera, CAMERA_OUTCOME(), false});
             }
         }
@@ -102,7 +102,7 @@ void CountPass(const std::vector<INTERFACE_REPORT>& report, METRICS_COUNTERS* co
 {
     ++counters->nPasses;
     for (const INTERFACE_REPORT& itf : report) {
-        std::array<uint64_t, MOVE_RESULTS>& moves = counters->mapMoves[itf.stInterface.strName];
+        std::array<uint64_t, MOVE_RESULTS>& moves = counters->mapMoves[itf.stInterface.stId.strLabel];
         for (const CAMERA_REPORT& camera : itf.vecCamera) {
             const CAMERA_OUTCOME& outcome = camera.stOutcome;
             if (outcome.nAction == CAMERA_MOVED) {
@@ -127,7 +127,7 @@ std::string MetricsText(const std::vector<INTERFACE_REPORT>& report, const METRI
         for (const CAMERA_REPORT& camera : itf.vecCamera) {
             reachable += IsReachable(camera, pass.bDryRun) ? 1 : 0;
         }
-        const std::string& name = itf.stInterface.strName;
+        const std::string& name = itf.stInterface.stId.strLabel;
         Sample(&text, "autoipconfig_cameras", Labels({{"interface", name}, {"state", "reachable"}}), reachable);
         Sample(&text, "autoipconfig_cameras", Labels({{"interface", name}, {"state", "unreachable"}}),
                itf.vecCamera.size() - reachable);
@@ -137,7 +137,7 @@ std::string MetricsText(const std::vector<INTERFACE_REPORT>& report, const METRI
         for (const CAMERA_REPORT& entry : itf.vecCamera) {
             const SEEN_CAMERA& camera = entry.stCamera;
             Sample(&text, "autoipconfig_camera_info",
-                   Labels({{"interface", itf.stInterface.strName}, {"mac", camera.strMAC}, {"serial", camera.strSerial},
+                   Labels({{"interface", itf.stInterface.stId.strLabel}, {"mac", camera.stId.strText}, {"serial", camera.strSerial},
                            {"model", camera.strModel}, {"ip", DottedText(camera.nIP)}}),
                    1);
         }

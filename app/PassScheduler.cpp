@@ -21,7 +21,7 @@ uint64_t CPassScheduler::NextPassAt() const
     return next;
 }
 
-void CPassScheduler::__Trigger(uint64_t nowMs)
+void CPassScheduler::Trigger(uint64_t nowMs)
 {
     // the first trigger sets the time; later ones join it instead of pushing it back
     m_nTriggerDueMs = std::min(m_nTriggerDueMs, nowMs + kDebounceMs);
@@ -29,17 +29,17 @@ void CPassScheduler::__Trigger(uint64_t nowMs)
 
 void CPassScheduler::OnInterfaceEvent(uint64_t nowMs)
 {
-    __Trigger(nowMs);
+    Trigger(nowMs);
 }
 
 void CPassScheduler::OnAnnouncement(uint64_t nowMs)
 {
-    __Trigger(nowMs);
+    Trigger(nowMs);
 }
 
 void CPassScheduler::OnRetryDue(uint64_t nowMs)
 {
-    __Trigger(nowMs);
+    Trigger(nowMs);
 }
 
 void CPassScheduler::OnCarrierUp(const std::string& ifname, uint64_t nowMs)

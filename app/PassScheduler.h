@@ -43,7 +43,7 @@ private:
         uint64_t nNextMs;
     };
 
-    void __Trigger(uint64_t nowMs);
+    void Trigger(uint64_t nowMs);
 
     uint64_t m_nIntervalMs;
     uint64_t m_nIntervalDueMs;

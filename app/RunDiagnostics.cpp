@@ -65,15 +65,15 @@ void DiagInterfaces(const std::vector<INTERFACE_VERDICT>& verdicts)
     }
 }
 
-void DiagOutcomes(const CConfigPass& pass)
+void DiagOutcomes(const std::vector<INTERFACE_REPORT>& report)
 {
     if (!GenICam::Client::Helper::IsDiagnostics()) {
         return;
     }
-    for (const INTERFACE_REPORT& itf : pass.GetReport()) {
+    for (const INTERFACE_REPORT& itf : report) {
         for (const CAMERA_REPORT& camera : itf.vecCamera) {
             const std::string reason = ReasonText(camera.stOutcome);
-            Diag("%s: camera %s: outcome %s%s%s", itf.stInterface.strName.c_str(), camera.stCamera.strMAC.c_str(),
+            Diag("%s: camera %s: outcome %s%s%s", itf.stInterface.stId.strLabel.c_str(), camera.stCamera.stId.strText.c_str(),
                  ActionText(camera.stOutcome.nAction), reason.empty() ? "" : ": ", reason.c_str());
         }
     }

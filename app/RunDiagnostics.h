@@ -2,9 +2,9 @@
 
 #include "device/InterfaceSurvey.h"
 
-#include <vector>
+#include "ipconfig/ConfigPass.h"
 
-class CConfigPass;
+#include <vector>
 
 // The run-wide lines of the operator's diagnostics (--verbose).
 void DiagRawNetworkRight();
@@ -12,4 +12,4 @@ void DiagRawNetworkRight();
 void WarnWithoutRawNetworkRight();
 void DiagInterfaces(const std::vector<GenICam::Client::INTERFACE_VERDICT>& verdicts);
 // Each camera's outcome, with the same reason the JSON report gives.
-void DiagOutcomes(const CConfigPass& pass);
+void DiagOutcomes(const std::vector<INTERFACE_REPORT>& report);

@@ -51,7 +51,7 @@ bool CServiceNotify::StartWatchdog()
     // A quarter of the period leaves a missed wake-up or two before the manager gives up.
     const unsigned long periodMs = usec / 4000 > 0 ? static_cast<unsigned long>(usec / 4000) : 1;
     m_bStop = false;
-    m_thPinger = std::thread(&CServiceNotify::__Ping, this, periodMs);
+    m_thPinger = std::thread(&CServiceNotify::Ping, this, periodMs);
     return true;
 }
 
@@ -69,7 +69,7 @@ void CServiceNotify::StopWatchdog()
 }
 
 // Silence when nothing moved: a hung pass is then caught by the manager rather than kept alive.
-void CServiceNotify::__Ping(unsigned long periodMs)
+void CServiceNotify::Ping(unsigned long periodMs)
 {
     PROGRESS_MARK last = ReadProgress();
     std::unique_lock<std::mutex> lock(m_mtxStop);

@@ -30,7 +30,7 @@ public:
     void StopWatchdog();
 
 private:
-    void __Ping(unsigned long periodMs);
+    void Ping(unsigned long periodMs);
 
     std::thread m_thPinger;
     std::mutex m_mtxStop;

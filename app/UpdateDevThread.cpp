@@ -5,22 +5,12 @@
 #include "common/ipcalc.h"
 #include "device/Device.h"
 #include "device/DeviceManager.h"
-#include "device/Interface.h"
-#include "device/TL.h"
 
 #include <cstdio>
 
 using GenICam::Client::CDevice;
 using GenICam::Client::CDeviceManager;
 using GenICam::Client::MonotonicMs;
-
-namespace {
-
-const unsigned long kDiscoveryTimeoutMs = 3000;
-const uint64_t kGiveUpAfterMs = 25000;
-const uint64_t kPauseBetweenPassesMs = 500;
-
-} // namespace
 
 CUpdateDevThread::CUpdateDevThread(CDeviceManager* manager, int mode, const std::vector<std::string>& devIDs)
     : m_pDeviceManager(manager), m_nMode(mode), m_bUpdateSuccess(true), m_nRunning(0), m_vecDevID(devIDs),
@@ -54,6 +44,26 @@ bool CUpdateDevThread::IsUpdateSuccessful()
     return m_bUpdateSuccess;
 }
 
+const std::string& CUpdateDevThread::GetLastError() const
+{
+    return m_strError;
+}
+
+void CUpdateDevThread::SetLinks(const std::vector<std::string>& links)
+{
+    m_vecLinks = links;
+}
+
+void CUpdateDevThread::SetAnswered(std::function<bool()> answered)
+{
+    m_fnAnswered = std::move(answered);
+}
+
+void CUpdateDevThread::PauseBefore(bool pause)
+{
+    m_bPauseBefore = pause;
+}
+
 void CUpdateDevThread::ShowProgress(bool show)
 {
     m_bShowProgress = show;
@@ -63,6 +73,7 @@ void CUpdateDevThread::SetDevLabels(const std::vector<std::string>& labels, cons
 {
     m_vecDevLabel = labels;
     m_vecSentIP = sentIPs;
+    m_bDiagPasses = true;
 }
 
 void CUpdateDevThread::__SetUpdateDevStatus(bool success)
@@ -73,46 +84,47 @@ void CUpdateDevThread::__SetUpdateDevStatus(bool success)
 void CUpdateDevThread::__RunOnce()
 {
     __Enumerate();
-    if (GenICam::Client::Helper::IsDiagnostics()) {
-        size_t cameras = 0;  // counted without GetAllDevice, which clears the same-address flags
-        for (GenICam::Client::CInterface* itf : *m_pDeviceManager->GetTLObject()->GetCurInterfaceList()) {
-            cameras += itf->GetDeviceList()->size();
-        }
-        GenICam::Client::Helper::Diag("first enumeration: %zu cameras", cameras);
-    }
 }
 
 // One dot per pass; gives up after the first pass that ends more than 25 s after the start, measured on
 // the monotonic clock so a stepped wall clock neither cuts nor stretches it; a stop request ends it at once.
+// The pause follows each pass (also the last, timed-out one), or with PauseBefore() precedes it.
 void CUpdateDevThread::__RunUntilFound()
 {
     const uint64_t startMs = MonotonicMs();
+    const auto pause = [] { return GenICam::Client::SleepUntil(MonotonicMs() + kConfirmPauseMs); };
     m_nRunning = 1;
     int pass = 0;
     while (m_nRunning != 0) {
+        if (m_bPauseBefore && !pause()) {
+            break;
+        }
         __Print(".");
         __Enumerate();
         __DiagPass(++pass);
-        if (m_pDeviceManager->CheckDeviceFromList(m_vecDevID)) {
-            m_nRunning = 0;
-            __EndLine();
-            return;
+        if (m_fnAnswered ? m_fnAnswered() : m_pDeviceManager->CheckDeviceFromList(m_vecDevID)) {
+            break;
         }
-        if (MonotonicMs() - startMs > kGiveUpAfterMs) {
-            m_nRunning = 0;
-            __EndLine();
-        }
-        if (!GenICam::Client::SleepUntil(MonotonicMs() + kPauseBetweenPassesMs) && m_nRunning != 0) {
+        if (MonotonicMs() - startMs > kConfirmLimitMs) {
             m_nRunning = 0;
             __EndLine();
         }
+        if (!m_bPauseBefore && !pause() && m_nRunning != 0) {
+            break;
+        }
+    }
+    if (m_nRunning != 0) {
+        m_nRunning = 0;
+        __EndLine();
     }
 }
 
 // A failed enumeration is recorded, never printed.
 void CUpdateDevThread::__Enumerate()
 {
-    if (m_pDeviceManager->UpdateDeviceList(kDiscoveryTimeoutMs) != 0) {
+    const int failed = m_vecLinks.empty() ? m_pDeviceManager->UpdateDeviceList(kDiscoveryTimeoutMs)
+                                          : m_pDeviceManager->UpdateDeviceListOn(kDiscoveryTimeoutMs, m_vecLinks);
+    if (failed != 0) {
         m_strError = m_pDeviceManager->GetLastErrorDescription();
         __SetUpdateDevStatus(false);
     }
@@ -121,7 +133,7 @@ void CUpdateDevThread::__Enumerate()
 // Moved cameras: back, and at which address; any camera: still missing.
 void CUpdateDevThread::__DiagPass(int pass)
 {
-    if (!GenICam::Client::Helper::IsDiagnostics() || m_vecDevLabel.size() != m_vecDevID.size() ||
+    if (!GenICam::Client::Helper::IsDiagnostics() || !m_bDiagPasses || m_vecDevLabel.size() != m_vecDevID.size() ||
         m_vecSentIP.size() != m_vecDevID.size()) {
         return;
     }

@@ -1,24 +1,20 @@
 #include "app/Watch.h"
 
-#include "app/Driver.h"
 #include "app/Metrics.h"
+#include "app/PassRun.h"
 #include "app/PassScheduler.h"
-#include "app/PlainRun.h"
 #include "app/RunDiagnostics.h"
 #include "app/ServiceNotify.h"
 #include "app/StopSignals.h"
+#include "app/TextReport.h"
 #include "app/WatchEvents.h"
 #include "common/Diagnostics.h"
+#include "common/Identity.h"
 #include "common/StopToken.h"
-#include "common/ipcalc.h"
+#include "gvcp/LinkTap.h"
 #include "link/AnnouncementFilter.h"
 #include "link/ArpWatch.h"
-#include "device/Device.h"
-#include "device/DeviceManager.h"
-#include "device/Interface.h"
 #include "link/LinkMonitor.h"
-#include "device/TL.h"
-#include "gvcp/LinkTap.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -31,12 +27,8 @@
 
 using GenICam::Client::CAnnouncementFilter;
 using GenICam::Client::CArpWatch;
-using GenICam::Client::CDevice;
-using GenICam::Client::CDeviceManager;
-using GenICam::Client::CInterface;
 using GenICam::Client::CLinkMonitor;
 using GenICam::Client::CLinkStates;
-using GenICam::Client::CTL;
 using GenICam::Client::LINK_CHANGE;
 using GenICam::Client::LINK_EVENT;
 using GenICam::Client::MonotonicMs;
@@ -46,11 +38,8 @@ using GenICam::Client::Helper::Diag;
 
 namespace {
 
-const unsigned long kDiscoveryTimeoutMs = 3000;
-// The moved cameras of a pass have as long to answer as the plain run gives every camera.
-const uint64_t kConfirmLimitMs = 25000;
-const uint64_t kConfirmPauseMs = 500;
 const uint64_t kLinkReadMs = 1000;
+const uint64_t kWaitRetryMs = 500;
 
 // Wall-clock time only labels the events; every wait runs on the monotonic clock.
 uint64_t WallMs()
@@ -60,15 +49,10 @@ uint64_t WallMs()
     return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_usec) / 1000;
 }
 
-unsigned int MaskOf(const SEEN_INTERFACE& itf)
-{
-    return itf.strMask.empty() ? 0 : Cipcalc().iptolong(itf.strMask.c_str());
-}
-
 const SEEN_INTERFACE* FindInterface(const SEEN_MODEL& seen, const std::string& name)
 {
     for (const SEEN_INTERFACE& itf : seen.vecInterface) {
-        if (itf.strName == name) {
+        if (itf.stId.strLabel == name) {
             return &itf;
         }
     }
@@ -84,7 +68,7 @@ bool Contains(const std::vector<std::string>& list, const std::string& text)
 bool ResultOf(const CAMERA_REPORT& camera, unsigned int interfaceMask, WATCH_RESULT* result)
 {
     const CAMERA_OUTCOME& outcome = camera.stOutcome;
-    result->strMac = camera.stCamera.strMAC;
+    result->strMac = camera.stCamera.stId.strText;
     result->strReason = ReasonText(outcome);
     result->nIP = outcome.nNewIP;
     result->nMask = interfaceMask;
@@ -126,16 +110,15 @@ public:
     int Run();
 
 private:
-    bool __FirstPass();
-    void __Pass(const PASS_SCOPE& scope);
-    void __Confirm(const CConfigPass& pass, const PASS_SCOPE& scope);
-    int __Discover(const PASS_SCOPE& scope);
-    void __Wait();
-    void __OnLinks(uint64_t nowMs);
-    void __OnLinkChange(LINK_CHANGE change, const LINK_EVENT& event, uint64_t nowMs);
-    void __OnAnnouncements(uint64_t nowMs);
-    void __WatchLinks();
-    void __Tell(const std::vector<WATCH_EVENT>& events, size_t interfaces);
+    bool FirstPass();
+    void Pass(const PASS_SCOPE& scope);
+    void Wait();
+    void OnLinks(uint64_t nowMs);
+    void OnLinkChange(LINK_CHANGE change, const LINK_EVENT& event, uint64_t nowMs);
+    void OnAnnouncements(uint64_t nowMs);
+    void WatchLinks();
+    void Tell(const std::vector<WATCH_EVENT>& events, size_t interfaces);
+    void Remember(const PASS_RESULT& pass);
 
     RUN_OPTIONS m_stOptions;
     CWatchState m_state;
@@ -147,6 +130,7 @@ private:
     CLinkStates m_links;
     std::map<std::string, LINK_WATCH> m_mapLinks;  // by kernel name
     std::vector<ARP_ANNOUNCEMENT> m_vecHeard;
+    std::set<std::string> m_setLinks;  // the kernel links behind the interfaces the last pass saw
     unsigned long m_nPass;
     uint64_t m_nPassStartMs = 0;  // back-offs that ended before it were served by that pass
 };
@@ -175,29 +159,31 @@ int CWatcher::Run()
     }
     WarnWithoutRawNetworkRight();
     m_scheduler.StartPass(MonotonicMs());
-    const bool ok = __FirstPass();
+    const bool ok = FirstPass();
     m_scheduler.OnPassEnded(MonotonicMs());
     while (ok && !ProcessStopToken().IsRequested()) {
-        __WatchLinks();
-        __Wait();
+        WatchLinks();
+        Wait();
         if (ProcessStopToken().IsRequested()) {
             break;
         }
         m_nPassStartMs = MonotonicMs();
-        __Pass(m_scheduler.StartPass(m_nPassStartMs));
+        Pass(m_scheduler.StartPass(m_nPassStartMs));
         m_scheduler.OnPassEnded(MonotonicMs());
     }
     m_notify.Stopping();
     m_notify.StopWatchdog();
-    UnInitDeviceModule();
+    EndPasses();
     return ok ? 0 : 1;
 }
 
 // The plain run with the same options; the text report stands for the first pass's events.
-bool CWatcher::__FirstPass()
+bool CWatcher::FirstPass()
 {
     const uint64_t startedMs = MonotonicMs();
-    CConfigPass pass(PassOptionsOf(m_stOptions));
+    PASS_REQUEST request;
+    request.stOptions = PassOptionsOf(m_stOptions);
+    request.bShowProgress = !m_stOptions.bJson;
     if (!m_stOptions.bJson) {
         printf("%s", BannerText().c_str());
     }
@@ -205,96 +191,70 @@ bool CWatcher::__FirstPass()
         DiagRawNetworkRight();
         DiagInterfaces(GenICam::Client::SurveyInterfaces(m_stOptions.vecInterface));
     }
-    SEEN_MODEL first;
-    const RUN_RESULT* result = RunSequence(m_stOptions, pass, &first);
-    if (result == &kStopped) {
+    const PASS_RESULT pass = RunPass(request);
+    if (pass.pResult == &kStopped) {
         return true;
     }
     if (!m_stOptions.bJson) {
-        printf("%s", result->szText);
-    } else if (result != &kFinished) {
-        fprintf(stderr, "autoipconfig: %s", result->szText);
+        if (pass.pResult == &kFinished) {
+            PrintTextReport(pass, request.stOptions);
+        }
+        printf("%s", pass.pResult->szText);
+    } else if (pass.pResult != &kFinished) {
+        fprintf(stderr, "autoipconfig: %s", pass.pResult->szText);
     }
-    if (result != &kFinished) {
+    if (pass.pResult != &kFinished) {
         return false;
     }
     m_nPass = 1;
-    __Tell(m_state.EndPass(WatchViewOf(first), WatchResultsOf(pass, nullptr), MonotonicMs(), WallMs()),
-           first.vecInterface.size());
-    m_metrics.EndPass(first, pass.GetReport(), startedMs);
+    Remember(pass);
+    Tell(m_state.EndPass(WatchViewOf(pass.stFirst), WatchResultsOf(pass.vecReport, nullptr), MonotonicMs(), WallMs()),
+           pass.stFirst.vecInterface.size());
+    m_metrics.EndPass(pass.stFirst, pass.vecReport, startedMs);
     m_notify.Ready();
-    CDeviceManager::GetInstanse()->GetTLObject()->SetReuseKnownStatus(true);
+    ReuseKnownCameras();
     return true;
 }
 
 // Known cameras that still fit cost one discovery answer; only new or changed ones are worked on.
-void CWatcher::__Pass(const PASS_SCOPE& scope)
+void CWatcher::Pass(const PASS_SCOPE& scope)
 {
     const uint64_t startedMs = MonotonicMs();
     ++m_nPass;
-    CDeviceManager* manager = CDeviceManager::GetInstanse();
-    if (__Discover(scope) != 0) {
-        Diag("watch pass %lu: enumeration failed: %s", m_nPass, manager->GetLastErrorDescription().c_str());
-    }
-    if (ProcessStopToken().IsRequested()) {
-        return;
-    }
-    const SEEN_MODEL seen = SeeDeviceModel();
-    const WATCH_PASS_VIEW view = scope.bEveryInterface ? WatchViewOf(seen) : WatchViewOn(WatchViewOf(seen), scope);
-    const std::vector<std::string> work = m_state.CamerasToWork(view, MonotonicMs());
-    Diag("watch pass %lu: %zu cameras, %zu to work on", m_nPass, view.vecCameras.size(), work.size());
-    std::vector<WATCH_RESULT> results;
-    std::vector<INTERFACE_REPORT> report;
-    if (!work.empty()) {
-        PASS_OPTIONS options = PassOptionsOf(m_stOptions);
-        options.bOnlyListed = true;
-        options.vecOnlyMAC = work;
-        options.vecAlsoTaken = m_state.KnownAddresses(work);
-        CConfigPass pass(options);
-        pass.RecordSeen(seen);
-        ConfigAllDevices(pass);
-        __Confirm(pass, scope);
-        pass.Settle(SeeDeviceModel());
-        DiagOutcomes(pass);
-        results = WatchResultsOf(pass, &work);
-        report = pass.GetReport();
-    }
-    if (ProcessStopToken().IsRequested()) {
-        return;
-    }
-    __Tell(m_state.EndPass(view, results, MonotonicMs(), WallMs()), seen.vecInterface.size());
-    m_metrics.EndPass(seen, report, startedMs);
-}
-
-int CWatcher::__Discover(const PASS_SCOPE& scope)
-{
-    CDeviceManager* manager = CDeviceManager::GetInstanse();
-    return scope.bEveryInterface ? manager->UpdateDeviceList(kDiscoveryTimeoutMs)
-                                 : manager->UpdateDeviceListOn(kDiscoveryTimeoutMs, scope.vecInterfaces);
-}
-
-// Enumerates until every camera sent an address answers there; the others do not hold the pass.
-void CWatcher::__Confirm(const CConfigPass& pass, const PASS_SCOPE& scope)
-{
-    CDeviceManager* manager = CDeviceManager::GetInstanse();
-    const auto answered = [&] {
-        for (const CAMERA_OUTCOME& outcome : pass.GetOutcomes()) {
-            CDevice* device = nullptr;
-            if (outcome.nAction == CAMERA_SENT &&
-                !(manager->GetDevObjByID(outcome.strDevID, &device) && device->GetIntIP() == outcome.nNewIP)) {
-                return false;
-            }
+    PASS_REQUEST request;
+    request.stOptions = PassOptionsOf(m_stOptions);
+    request.stScope = scope;
+    request.bFirst = false;
+    request.nConfirm = CONFIRM_QUIET;
+    request.bShowProgress = false;
+    WATCH_PASS_VIEW view;
+    std::vector<std::string> work;
+    request.fnChoose = [&](const PASS_RESULT& discovered, PASS_OPTIONS* options) {
+        if (!discovered.strDiscoveryError.empty()) {
+            Diag("watch pass %lu: enumeration failed: %s", m_nPass, discovered.strDiscoveryError.c_str());
         }
-        return true;
+        const SEEN_MODEL& seen = discovered.stFirst;
+        view = scope.bEveryInterface ? WatchViewOf(seen) : WatchViewOn(WatchViewOf(seen), scope);
+        work = m_state.CamerasToWork(view, MonotonicMs());
+        Diag("watch pass %lu: %zu cameras, %zu to work on", m_nPass, view.vecCameras.size(), work.size());
+        options->bOnlyListed = true;
+        options->vecOnlyMAC = work;
+        options->vecAlsoTaken = m_state.KnownAddresses(work);
+        return !work.empty();
     };
-    const uint64_t giveUpAt = MonotonicMs() + kConfirmLimitMs;
-    while (!answered() && MonotonicMs() < giveUpAt && SleepUntil(MonotonicMs() + kConfirmPauseMs)) {
-        __Discover(scope);
+    const PASS_RESULT pass = RunPass(request);
+    if (pass.pResult == &kStopped || ProcessStopToken().IsRequested()) {
+        return;
     }
+    const std::vector<WATCH_RESULT> results =
+        pass.bWorked ? WatchResultsOf(pass.vecReport, &work) : std::vector<WATCH_RESULT>();
+    Remember(pass);
+    Tell(m_state.EndPass(view, results, MonotonicMs(), WallMs()), pass.stFirst.vecInterface.size());
+    m_metrics.EndPass(pass.stFirst, pass.bWorked ? pass.vecReport : std::vector<INTERFACE_REPORT>(), startedMs);
 }
 
 // Until the next pass is due: link changes and announcements may bring it forward.
-void CWatcher::__Wait()
+void CWatcher::Wait()
 {
     for (;;) {
         const uint64_t now = MonotonicMs();
@@ -326,24 +286,24 @@ void CWatcher::__Wait()
         }
         if (waited == GenICam::Client::WAIT_FAILED) {
             Diag("watch: wait failed: %s", strerror(error));
-            SleepUntil(MonotonicMs() + kConfirmPauseMs);
+            SleepUntil(MonotonicMs() + kWaitRetryMs);
         }
-        __OnLinks(MonotonicMs());
-        __OnAnnouncements(MonotonicMs());
+        OnLinks(MonotonicMs());
+        OnAnnouncements(MonotonicMs());
     }
 }
 
-void CWatcher::__OnLinks(uint64_t nowMs)
+void CWatcher::OnLinks(uint64_t nowMs)
 {
     if (m_monitor.GetFd() < 0) {
         return;
     }
     for (const LINK_EVENT& event : m_monitor.Read()) {
-        __OnLinkChange(m_links.Apply(event), event, nowMs);
+        OnLinkChange(m_links.Apply(event), event, nowMs);
     }
 }
 
-void CWatcher::__OnLinkChange(LINK_CHANGE change, const LINK_EVENT& event, uint64_t nowMs)
+void CWatcher::OnLinkChange(LINK_CHANGE change, const LINK_EVENT& event, uint64_t nowMs)
 {
     switch (change) {
     case GenICam::Client::LINK_CHANGE_CARRIER_UP:
@@ -356,7 +316,7 @@ void CWatcher::__OnLinkChange(LINK_CHANGE change, const LINK_EVENT& event, uint6
         for (const LINK_EVENT& link : m_monitor.ReadLinks(nowMs + kLinkReadMs)) {
             const LINK_CHANGE again = m_links.Apply(link);
             if (again == GenICam::Client::LINK_CHANGE_CARRIER_UP) {
-                __OnLinkChange(again, link, nowMs);
+                OnLinkChange(again, link, nowMs);
             }
         }
         m_scheduler.OnInterfaceEvent(nowMs);
@@ -370,7 +330,7 @@ void CWatcher::__OnLinkChange(LINK_CHANGE change, const LINK_EVENT& event, uint6
     }
 }
 
-void CWatcher::__OnAnnouncements(uint64_t nowMs)
+void CWatcher::OnAnnouncements(uint64_t nowMs)
 {
     for (auto& link : m_mapLinks) {
         link.second.pWatch->Read(m_vecHeard);
@@ -386,21 +346,16 @@ void CWatcher::__OnAnnouncements(uint64_t nowMs)
     }
 }
 
-// One announcement watch per kernel link the device model uses; none without the raw-network right.
-void CWatcher::__WatchLinks()
+// One announcement watch per kernel link the last pass saw; none without the raw-network right.
+void CWatcher::WatchLinks()
 {
     if (!GenICam::Client::HasRawNetworkRight()) {
         return;
     }
-    std::set<std::string> names;
-    for (CInterface* itf : *CDeviceManager::GetInstanse()->GetTLObject()->GetCurInterfaceList()) {
-        const std::string label = itf->GetInterfaceDescription();
-        names.insert(label.substr(0, label.find(':')));
-    }
     for (auto it = m_mapLinks.begin(); it != m_mapLinks.end();) {
-        it = names.count(it->first) == 0 ? m_mapLinks.erase(it) : std::next(it);
+        it = m_setLinks.count(it->first) == 0 ? m_mapLinks.erase(it) : std::next(it);
     }
-    for (const std::string& name : names) {
+    for (const std::string& name : m_setLinks) {
         if (m_mapLinks.count(name) != 0) {
             continue;
         }
@@ -414,7 +369,15 @@ void CWatcher::__WatchLinks()
     }
 }
 
-void CWatcher::__Tell(const std::vector<WATCH_EVENT>& events, size_t interfaces)
+void CWatcher::Remember(const PASS_RESULT& pass)
+{
+    m_setLinks.clear();
+    for (const SEEN_INTERFACE& itf : (pass.bWorked ? pass.stEnd : pass.stFirst).vecInterface) {
+        m_setLinks.insert(itf.stId.strLink);
+    }
+}
+
+void CWatcher::Tell(const std::vector<WATCH_EVENT>& events, size_t interfaces)
 {
     if (m_nPass > 1 || m_stOptions.bJson) {
         m_writer.Write(events);
@@ -423,10 +386,8 @@ void CWatcher::__Tell(const std::vector<WATCH_EVENT>& events, size_t interfaces)
         if (event.nKind != WATCH_EVENT_GONE) {
             continue;
         }
-        uint8_t mac[6] = {0};
-        Cipcalc().StrToMac(event.strMac.c_str(), mac);
         for (auto& link : m_mapLinks) {
-            link.second.filter.Forget(mac);
+            link.second.filter.Forget(event.stCamera.stId.aMAC.data());
         }
     }
     m_notify.Status(WatchStatusLine(m_nPass, interfaces, m_state.CameraCount(), events));
@@ -438,20 +399,15 @@ WATCH_PASS_VIEW WatchViewOf(const SEEN_MODEL& seen)
 {
     WATCH_PASS_VIEW view;
     for (const SEEN_INTERFACE& itf : seen.vecInterface) {
-        view.vecInterfaces.push_back(itf.strName);
+        view.vecInterfaces.push_back(itf.stId.strLabel);
     }
     std::set<unsigned int> taken;
     for (const SEEN_CAMERA& camera : seen.vecCamera) {
         const SEEN_INTERFACE* itf = FindInterface(seen, camera.strInterface);
         WATCH_SIGHTING sighting;
-        sighting.strInterface = camera.strInterface;
-        sighting.strMac = camera.strMAC;
-        sighting.strModel = camera.strModel;
-        sighting.strSerial = camera.strSerial;
-        sighting.nIP = camera.nIP;
-        sighting.nMask = camera.nMask;
+        sighting.stCamera = camera;
         sighting.nInterfaceIP = itf == nullptr ? 0 : itf->nIP;
-        sighting.nInterfaceMask = itf == nullptr ? 0 : MaskOf(*itf);
+        sighting.nInterfaceMask = itf == nullptr ? 0 : itf->nMask;
         // a second camera at an address already met needs another one, as the planner decides
         sighting.bFits = camera.bAvailable && taken.insert(camera.nIP).second;
         view.vecCameras.push_back(sighting);
@@ -463,25 +419,26 @@ WATCH_PASS_VIEW WatchViewOf(const SEEN_MODEL& seen)
 WATCH_PASS_VIEW WatchViewOn(const WATCH_PASS_VIEW& view, const PASS_SCOPE& scope)
 {
     const auto inScope = [&scope](const std::string& label) {
-        return Contains(scope.vecInterfaces, label.substr(0, label.find(':')));
+        return Contains(scope.vecInterfaces, GenICam::Client::DeviceNameOf(label));
     };
     WATCH_PASS_VIEW narrowed;
     narrowed.bEveryInterface = false;
     std::copy_if(view.vecInterfaces.begin(), view.vecInterfaces.end(), std::back_inserter(narrowed.vecInterfaces),
                  inScope);
     std::copy_if(view.vecCameras.begin(), view.vecCameras.end(), std::back_inserter(narrowed.vecCameras),
-                 [&inScope](const WATCH_SIGHTING& camera) { return inScope(camera.strInterface); });
+                 [&inScope](const WATCH_SIGHTING& camera) { return inScope(camera.stCamera.strInterface); });
     return narrowed;
 }
 
-std::vector<WATCH_RESULT> WatchResultsOf(const CConfigPass& pass, const std::vector<std::string>* only)
+std::vector<WATCH_RESULT> WatchResultsOf(const std::vector<INTERFACE_REPORT>& report,
+                                         const std::vector<std::string>* only)
 {
     std::vector<WATCH_RESULT> results;
-    for (const INTERFACE_REPORT& itf : pass.GetReport()) {
+    for (const INTERFACE_REPORT& itf : report) {
         for (const CAMERA_REPORT& camera : itf.vecCamera) {
             WATCH_RESULT result;
-            if ((only == nullptr || Contains(*only, camera.stCamera.strMAC)) &&
-                ResultOf(camera, MaskOf(itf.stInterface), &result)) {
+            if ((only == nullptr || Contains(*only, camera.stCamera.stId.strText)) &&
+                ResultOf(camera, itf.stInterface.nMask, &result)) {
                 results.push_back(result);
             }
         }

@@ -16,4 +16,5 @@ WATCH_PASS_VIEW WatchViewOf(const SEEN_MODEL& seen);
 // The part of a view behind the links a pass was limited to.
 WATCH_PASS_VIEW WatchViewOn(const WATCH_PASS_VIEW& view, const PASS_SCOPE& scope);
 // What one settled pass did to the cameras it worked on (MAC texts; all when `only` is null).
-std::vector<WATCH_RESULT> WatchResultsOf(const CConfigPass& pass, const std::vector<std::string>* only);
+std::vector<WATCH_RESULT> WatchResultsOf(const std::vector<INTERFACE_REPORT>& report,
+                                         const std::vector<std::string>* only);

@@ -45,14 +45,14 @@ std::string WatchEventJson(const WATCH_EVENT& event)
     Json line = {
         {"time", UtcMsText(event.nWallMs)},
         {"event", WatchEventName(event.nKind)},
-        {"interface", event.strInterface},
+        {"interface", event.stCamera.strInterface},
     };
-    if (!event.strMac.empty()) {
-        line["mac"] = event.strMac;
-        line["ip"] = DottedText(event.nIP);
-        line["mask"] = DottedText(event.nMask);
-        line["model"] = event.strModel;
-        line["serial"] = event.strSerial;
+    if (!event.stCamera.stId.strText.empty()) {
+        line["mac"] = event.stCamera.stId.strText;
+        line["ip"] = DottedText(event.stCamera.nIP);
+        line["mask"] = DottedText(event.stCamera.nMask);
+        line["model"] = event.stCamera.strModel;
+        line["serial"] = event.stCamera.strSerial;
     }
     if (event.bHasPreviousIP) {
         line["previous_ip"] = DottedText(event.nPreviousIP);
@@ -65,12 +65,12 @@ std::string WatchEventJson(const WATCH_EVENT& event)
 
 std::string WatchEventText(const WATCH_EVENT& event)
 {
-    std::string text = UtcMsText(event.nWallMs) + " " + event.strInterface;
-    if (!event.strMac.empty()) {
-        text += " " + event.strMac;
+    std::string text = UtcMsText(event.nWallMs) + " " + event.stCamera.strInterface;
+    if (!event.stCamera.stId.strText.empty()) {
+        text += " " + event.stCamera.stId.strText;
     }
     text += std::string(" ") + WatchEventName(event.nKind);
-    const std::string ip = DottedText(event.nIP);
+    const std::string ip = DottedText(event.stCamera.nIP);
     switch (event.nKind) {
     case WATCH_EVENT_APPEARED:
         text += " at " + ip;

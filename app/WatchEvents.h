@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ipconfig/ConfigPass.h"
+
 #include <cstdint>
 #include <cstdio>
 #include <string>
@@ -20,12 +22,9 @@ enum WATCH_EVENT_KIND {
 struct WATCH_EVENT {
     uint64_t nWallMs = 0;        // Unix time in ms, for display only
     WATCH_EVENT_KIND nKind = WATCH_EVENT_APPEARED;
-    std::string strInterface;    // the report's interface name
-    std::string strMac;          // report spelling; empty for an event without a camera
-    std::string strModel;
-    std::string strSerial;
-    uint32_t nIP = 0;            // where the camera is, or is sent, or would be sent
-    uint32_t nMask = 0;
+    // The camera's record as discovery made it, but its address: where it is, or is sent, or would be
+    // sent; no MAC for an event without a camera.
+    SEEN_CAMERA stCamera;
     bool bHasPreviousIP = false;
     uint32_t nPreviousIP = 0;    // where it was before this pass
     std::string strReason;       // the JSON report's reason texts; empty: none

@@ -13,22 +13,17 @@ WATCH_EVENT EventOf(WATCH_EVENT_KIND kind, const WATCH_SIGHTING& seen)
 {
     WATCH_EVENT event;
     event.nKind = kind;
-    event.strInterface = seen.strInterface;
-    event.strMac = seen.strMac;
-    event.strModel = seen.strModel;
-    event.strSerial = seen.strSerial;
-    event.nIP = seen.nIP;
-    event.nMask = seen.nMask;
+    event.stCamera = seen.stCamera;
     return event;
 }
 
 WATCH_EVENT MoveEvent(WATCH_EVENT_KIND kind, const WATCH_SIGHTING& seen, const WATCH_RESULT& result)
 {
     WATCH_EVENT event = EventOf(kind, seen);
-    event.nIP = result.nIP;
-    event.nMask = result.nMask;
+    event.stCamera.nIP = result.nIP;
+    event.stCamera.nMask = result.nMask;
     event.bHasPreviousIP = true;
-    event.nPreviousIP = seen.nIP;
+    event.nPreviousIP = seen.stCamera.nIP;
     event.strReason = result.strReason;
     return event;
 }
@@ -47,9 +42,10 @@ const WATCH_RESULT* FindResult(const std::vector<WATCH_RESULT>& results, const s
 
 bool WATCH_SIGHTING::SameRecord(const WATCH_SIGHTING& other) const
 {
-    return strInterface == other.strInterface && strMac == other.strMac && strModel == other.strModel &&
-           strSerial == other.strSerial && nIP == other.nIP && nMask == other.nMask &&
-           nInterfaceIP == other.nInterfaceIP && nInterfaceMask == other.nInterfaceMask;
+    const SEEN_CAMERA& a = stCamera;
+    const SEEN_CAMERA& b = other.stCamera;
+    return a.strInterface == b.strInterface && a.stId.strText == b.stId.strText && a.strModel == b.strModel &&
+           a.strSerial == b.strSerial && a.nIP == b.nIP && a.nMask == b.nMask && nInterfaceIP == other.nInterfaceIP && nInterfaceMask == other.nInterfaceMask;
 }
 
 CWatchState::CWatchState(bool checkFitting) : m_bCheckFitting(checkFitting) {}
@@ -66,7 +62,7 @@ std::vector<uint32_t> CWatchState::KnownAddresses(const std::vector<std::string>
         if (std::find(worked.begin(), worked.end(), camera.first) != worked.end()) {
             continue;
         }
-        addresses.push_back(camera.second.stSeen.nIP);
+        addresses.push_back(camera.second.stSeen.stCamera.nIP);
         if (camera.second.nState == STATE_PLANNED) {
             addresses.push_back(camera.second.nPlannedIP);  // a dry run's plans must not collide either
         }
@@ -91,15 +87,15 @@ std::vector<std::string> CWatchState::CamerasToWork(const WATCH_PASS_VIEW& view,
 {
     std::vector<std::string> macs;
     for (const WATCH_SIGHTING& seen : view.vecCameras) {
-        const auto found = m_mapCameras.find(seen.strMac);
-        if (__NeedsWork(found == m_mapCameras.end() ? nullptr : &found->second, seen, nowMs)) {
-            macs.push_back(seen.strMac);
+        const auto found = m_mapCameras.find(seen.stCamera.stId.strText);
+        if (NeedsWork(found == m_mapCameras.end() ? nullptr : &found->second, seen, nowMs)) {
+            macs.push_back(seen.stCamera.stId.strText);
         }
     }
     return macs;
 }
 
-bool CWatchState::__NeedsWork(const CAMERA* camera, const WATCH_SIGHTING& seen, uint64_t nowMs) const
+bool CWatchState::NeedsWork(const CAMERA* camera, const WATCH_SIGHTING& seen, uint64_t nowMs) const
 {
     const bool wanted = !seen.bFits || m_bCheckFitting;
     if (camera == nullptr) {
@@ -128,28 +124,28 @@ std::vector<WATCH_EVENT> CWatchState::EndPass(const WATCH_PASS_VIEW& view, const
 {
     std::vector<WATCH_EVENT> events;
     for (const WATCH_SIGHTING& seen : view.vecCameras) {
-        const bool known = m_mapCameras.count(seen.strMac) != 0;
-        CAMERA& camera = m_mapCameras[seen.strMac];
+        const bool known = m_mapCameras.count(seen.stCamera.stId.strText) != 0;
+        CAMERA& camera = m_mapCameras[seen.stCamera.stId.strText];
         const bool changed = !known || !camera.stSeen.SameRecord(seen);
         if (changed) {
             camera.nFailures = 0;  // rebooted or reconfigured by someone else: a fresh start
         }
         camera.nMisses = 0;
-        const WATCH_RESULT* result = FindResult(results, seen.strMac);
+        const WATCH_RESULT* result = FindResult(results, seen.stCamera.stId.strText);
         if (result != nullptr) {
-            __ApplyResult(camera, seen, *result, changed, nowMs, events);
+            ApplyResult(camera, seen, *result, changed, nowMs, events);
         } else {
-            __Unworked(camera, seen, changed, nowMs, events);
+            Unworked(camera, seen, changed, nowMs, events);
         }
     }
-    __CountMisses(view, events);
+    CountMisses(view, events);
     for (WATCH_EVENT& event : events) {
         event.nWallMs = wallMs;
     }
     return events;
 }
 
-void CWatchState::__Unworked(CAMERA& camera, const WATCH_SIGHTING& seen, bool changed, uint64_t nowMs,
+void CWatchState::Unworked(CAMERA& camera, const WATCH_SIGHTING& seen, bool changed, uint64_t nowMs,
                              std::vector<WATCH_EVENT>& events)
 {
     camera.stSeen = seen;
@@ -157,13 +153,13 @@ void CWatchState::__Unworked(CAMERA& camera, const WATCH_SIGHTING& seen, bool ch
         return;
     }
     if (seen.bFits && !(m_bCheckFitting && changed)) {
-        __Fine(camera, events);
+        Fine(camera, events);
     } else if (changed || camera.nState == STATE_FINE || camera.nState == STATE_CONTESTED) {
         camera.nState = STATE_PENDING;  // needs work that no pass has done yet
     }
 }
 
-void CWatchState::__Fine(CAMERA& camera, std::vector<WATCH_EVENT>& events)
+void CWatchState::Fine(CAMERA& camera, std::vector<WATCH_EVENT>& events)
 {
     if (!camera.bTold || camera.bUnreachable) {
         events.push_back(EventOf(WATCH_EVENT_APPEARED, camera.stSeen));
@@ -174,24 +170,24 @@ void CWatchState::__Fine(CAMERA& camera, std::vector<WATCH_EVENT>& events)
     camera.bUnreachable = false;
 }
 
-void CWatchState::__ApplyResult(CAMERA& camera, const WATCH_SIGHTING& seen, const WATCH_RESULT& result, bool changed,
+void CWatchState::ApplyResult(CAMERA& camera, const WATCH_SIGHTING& seen, const WATCH_RESULT& result, bool changed,
                                 uint64_t nowMs, std::vector<WATCH_EVENT>& events)
 {
     camera.stSeen = seen;
     switch (result.nOutcome) {
     case WATCH_OUTCOME_KEPT:
-        __Fine(camera, events);
+        Fine(camera, events);
         return;
     case WATCH_OUTCOME_MOVED:
         // the next pass finds it where it was sent: unchanged, nothing to do
-        camera.stSeen.nIP = result.nIP;
-        camera.stSeen.nMask = result.nMask;
+        camera.stSeen.stCamera.nIP = result.nIP;
+        camera.stSeen.stCamera.nMask = result.nMask;
         events.push_back(MoveEvent(WATCH_EVENT_MOVED, seen, result));
         camera.bTold = true;
         camera.bUnreachable = false;
         camera.nState = STATE_FINE;
         camera.nFailures = 0;
-        if (__CountMove(camera, nowMs)) {
+        if (CountMove(camera, nowMs)) {
             WATCH_EVENT contested = EventOf(WATCH_EVENT_FAILED, camera.stSeen);
             contested.strReason = kContested;
             events.push_back(contested);
@@ -209,12 +205,12 @@ void CWatchState::__ApplyResult(CAMERA& camera, const WATCH_SIGHTING& seen, cons
     case WATCH_OUTCOME_FAILED: {
         // where it is now is what the next pass compares with: a camera that took another address is no change
         if (result.nIP != 0) {
-            camera.stSeen.nIP = result.nIP;
-            camera.stSeen.nMask = result.nMask != 0 ? result.nMask : seen.nMask;
+            camera.stSeen.stCamera.nIP = result.nIP;
+            camera.stSeen.stCamera.nMask = result.nMask != 0 ? result.nMask : seen.stCamera.nMask;
         }
         WATCH_EVENT failed = EventOf(WATCH_EVENT_FAILED, camera.stSeen);
         failed.bHasPreviousIP = true;
-        failed.nPreviousIP = seen.nIP;
+        failed.nPreviousIP = seen.stCamera.nIP;
         failed.strReason = result.strReason;
         events.push_back(failed);
         break;
@@ -232,10 +228,10 @@ void CWatchState::__ApplyResult(CAMERA& camera, const WATCH_SIGHTING& seen, cons
     }
     camera.bTold = true;
     camera.bUnreachable = true;
-    __Fail(camera, nowMs);
+    Fail(camera, nowMs);
 }
 
-void CWatchState::__Fail(CAMERA& camera, uint64_t nowMs)
+void CWatchState::Fail(CAMERA& camera, uint64_t nowMs)
 {
     const unsigned doublings = std::min(camera.nFailures, kMaxDoublings);
     camera.nFailures++;
@@ -243,7 +239,7 @@ void CWatchState::__Fail(CAMERA& camera, uint64_t nowMs)
     camera.nRetryAtMs = nowMs + std::min(kFirstBackOffMs << doublings, kMaxBackOffMs);
 }
 
-bool CWatchState::__CountMove(CAMERA& camera, uint64_t nowMs)
+bool CWatchState::CountMove(CAMERA& camera, uint64_t nowMs)
 {
     std::vector<uint64_t>& moves = camera.vecMovesMs;
     moves.erase(std::remove_if(moves.begin(), moves.end(),
@@ -257,16 +253,16 @@ bool CWatchState::__CountMove(CAMERA& camera, uint64_t nowMs)
     return true;
 }
 
-void CWatchState::__CountMisses(const WATCH_PASS_VIEW& view, std::vector<WATCH_EVENT>& events)
+void CWatchState::CountMisses(const WATCH_PASS_VIEW& view, std::vector<WATCH_EVENT>& events)
 {
     std::set<std::string> seen;
     for (const WATCH_SIGHTING& camera : view.vecCameras) {
-        seen.insert(camera.strMac);
+        seen.insert(camera.stCamera.stId.strText);
     }
     const std::set<std::string> covered(view.vecInterfaces.begin(), view.vecInterfaces.end());
     for (auto it = m_mapCameras.begin(); it != m_mapCameras.end();) {
         CAMERA& camera = it->second;
-        const bool looked = view.bEveryInterface || covered.count(camera.stSeen.strInterface) != 0;
+        const bool looked = view.bEveryInterface || covered.count(camera.stSeen.stCamera.strInterface) != 0;
         if (seen.count(it->first) != 0 || !looked || ++camera.nMisses < kMissesForGone) {
             ++it;
             continue;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/WatchEvents.h"
+#include "ipconfig/ConfigPass.h"
 
 #include <cstdint>
 #include <map>
@@ -11,12 +12,7 @@
 // Any difference from the previous sighting is a change: the camera rebooted, was reconfigured,
 // moved to another link, or its interface's address changed.
 struct WATCH_SIGHTING {
-    std::string strInterface;  // the report's interface name
-    std::string strMac;        // report spelling: the camera's key
-    std::string strModel;
-    std::string strSerial;
-    uint32_t nIP = 0;
-    uint32_t nMask = 0;
+    SEEN_CAMERA stCamera;      // as discovery made it; its MAC text is the camera's key
     uint32_t nInterfaceIP = 0;
     uint32_t nInterfaceMask = 0;
     bool bFits = false;        // its address fits the interface: a plain run leaves it alone
@@ -94,15 +90,15 @@ private:
         std::vector<uint64_t> vecMovesMs;
     };
 
-    bool __NeedsWork(const CAMERA* camera, const WATCH_SIGHTING& seen, uint64_t nowMs) const;
-    void __ApplyResult(CAMERA& camera, const WATCH_SIGHTING& seen, const WATCH_RESULT& result, bool changed,
+    bool NeedsWork(const CAMERA* camera, const WATCH_SIGHTING& seen, uint64_t nowMs) const;
+    void ApplyResult(CAMERA& camera, const WATCH_SIGHTING& seen, const WATCH_RESULT& result, bool changed,
                        uint64_t nowMs, std::vector<WATCH_EVENT>& events);
-    void __Unworked(CAMERA& camera, const WATCH_SIGHTING& seen, bool changed, uint64_t nowMs,
+    void Unworked(CAMERA& camera, const WATCH_SIGHTING& seen, bool changed, uint64_t nowMs,
                     std::vector<WATCH_EVENT>& events);
-    void __Fine(CAMERA& camera, std::vector<WATCH_EVENT>& events);
-    void __Fail(CAMERA& camera, uint64_t nowMs);
-    bool __CountMove(CAMERA& camera, uint64_t nowMs);
-    void __CountMisses(const WATCH_PASS_VIEW& view, std::vector<WATCH_EVENT>& events);
+    void Fine(CAMERA& camera, std::vector<WATCH_EVENT>& events);
+    void Fail(CAMERA& camera, uint64_t nowMs);
+    bool CountMove(CAMERA& camera, uint64_t nowMs);
+    void CountMisses(const WATCH_PASS_VIEW& view, std::vector<WATCH_EVENT>& events);
 
     bool m_bCheckFitting;
     std::map<std::string, CAMERA> m_mapCameras;

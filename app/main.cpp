@@ -1,15 +1,14 @@
-#include "app/Driver.h"
 #include "app/JsonReport.h"
 #include "app/Metrics.h"
 #include "app/Options.h"
-#include "app/PlainRun.h"
+#include "app/PassRun.h"
 #include "app/PlanCheck.h"
 #include "app/RunDiagnostics.h"
+#include "app/TextReport.h"
 #include "app/Watch.h"
 #include "common/Diagnostics.h"
 #include "common/StopToken.h"
 #include "gvcp/LinkTap.h"
-#include "ipconfig/ConfigPass.h"
 
 #include <cstdio>
 #include <string>
@@ -30,7 +29,9 @@ int UsageError(const std::string& problem)
 int Run(RUN_OPTIONS& options)
 {
     const uint64_t startedMs = GenICam::Client::MonotonicMs();
-    CConfigPass pass(PassOptionsOf(options));
+    PASS_REQUEST request;
+    request.stOptions = PassOptionsOf(options);
+    request.bShowProgress = !options.bJson;
     if (!options.bJson) {
         printf("%s", BannerText().c_str());
     }
@@ -40,20 +41,21 @@ int Run(RUN_OPTIONS& options)
         DiagRawNetworkRight();
         DiagInterfaces(verdicts);
     }
-    SEEN_MODEL first;
-    const RUN_RESULT* result = RunSequence(options, pass, &first);
-    if (result == &kFinished) {
-        CMetricsFile(options.strMetricsFile, options.bDryRun).EndPass(first, pass.GetReport(), startedMs);
+    const PASS_RESULT result = RunPass(request);
+    if (result.pResult == &kFinished) {
+        CMetricsFile(options.strMetricsFile, options.bDryRun).EndPass(result.stFirst, result.vecReport, startedMs);
     }
     if (options.bJson) {
-        PrintJsonReport(result->szJson, result == &kFinished, verdicts, pass);
+        PrintJsonReport(result, request.stOptions, verdicts);
+    } else if (result.pResult == &kFinished) {
+        PrintTextReport(result, request.stOptions);
     }
-    UnInitDeviceModule();
+    EndPasses();
     // Printed after the report on purpose: it is the last line of output.
     if (!options.bJson) {
-        printf("%s", result->szText);
+        printf("%s", result.pResult->szText);
     }
-    return options.bExitCode ? ExitStatusOf(result == &kFinished, pass.GetReport(), options.bDryRun) : 0;
+    return options.bExitCode ? ExitStatusOf(result.pResult == &kFinished, result.vecReport, options.bDryRun) : 0;
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include "common/UniqueFd.h"
 #include "common/ipcalc.h"
+#include "common/Identity.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -45,7 +46,7 @@ KERNEL_ADDRESS ReadEntry(int fd, const ifreq& listed)
         entry.bCarrier = (request.ifr_flags & IFF_RUNNING) != 0;
         entry.bHasFlags = true;
     }
-    entry.nIndex = if_nametoindex(name.substr(0, name.find(':')).c_str());
+    entry.nIndex = if_nametoindex(DeviceNameOf(name).c_str());
     return entry;
 }
 

@@ -7,6 +7,7 @@
 #include "device/Device.h"
 #include "device/Interface.h"
 #include "device/TL.h"
+#include "common/Identity.h"
 
 #include <algorithm>
 #include <exception>
@@ -156,7 +157,7 @@ int CDeviceManager::__UpdateDeviceLists(unsigned long timeout, const std::vector
         if (links != nullptr) {
             interfaces.erase(std::remove_if(interfaces.begin(), interfaces.end(), [links](CInterface* itf) {
                 const std::string label = itf->GetInterfaceDescription();
-                return std::find(links->begin(), links->end(), label.substr(0, label.find(':'))) == links->end();
+                return std::find(links->begin(), links->end(), DeviceNameOf(label)) == links->end();
             }), interfaces.end());
         }
         if (interfaces.empty()) {

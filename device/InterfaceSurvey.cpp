@@ -2,6 +2,7 @@
 
 #include "common/Helper.h"
 #include "common/ipcalc.h"
+#include "common/Identity.h"
 
 #include <algorithm>
 #include <net/if.h>
@@ -48,7 +49,7 @@ std::vector<std::string> ReadNamesWithoutIPv4(const std::vector<KERNEL_ADDRESS>&
     for (struct if_nameindex* link = links; link != nullptr && link->if_index != 0; ++link) {
         const std::string name = link->if_name;
         const bool listed = std::any_of(entries.begin(), entries.end(), [&name](const KERNEL_ADDRESS& entry) {
-            return entry.strName.substr(0, entry.strName.find(':')) == name;
+            return DeviceNameOf(entry.strName) == name;
         });
         if (!listed) {
             names.push_back(name);

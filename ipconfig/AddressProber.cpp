@@ -4,6 +4,7 @@
 #include "common/ipcalc.h"
 #include "device/ARP.h"
 #include "device/ArpConflict.h"
+#include "common/Identity.h"
 
 #include <arpa/inet.h>
 #include <cstdio>

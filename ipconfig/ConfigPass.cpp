@@ -59,11 +59,13 @@ bool HasCamera(const std::vector<CAMERA_REPORT>& cameras, const std::string& dev
 void ReadInterface(CInterface* itf, SEEN_INTERFACE* seen)
 {
     try {
-        seen->strName = itf->GetInterfaceDescription();
+        seen->stId = GenICam::Client::InterfaceIdOf(itf->GetInterfaceDescription());
+        seen->strDisplayName = itf->GetDisplayName();
         seen->strMAC = itf->GetStrMAC();
         seen->strIP = itf->GetInterfaceStrIP();
         seen->strMask = itf->GetInterfaceStrSubNet();
         seen->nIP = itf->GetInterfaceIP();
+        seen->nMask = itf->GetInterfaceSubnetMask();
     } catch (CAppException&) {
         // what could be read stands; the rest stays empty
     }
@@ -87,7 +89,7 @@ bool CConfigPass::MaySelect(const std::string& mac) const
 void CConfigPass::RecordSeen(const SEEN_MODEL& model)
 {
     for (const SEEN_INTERFACE& itf : model.vecInterface) {
-        const auto same = [&](const SEEN_INTERFACE& known) { return known.strName == itf.strName; };
+        const auto same = [&](const SEEN_INTERFACE& known) { return known.stId.strLabel == itf.stId.strLabel; };
         if (std::none_of(m_stSeen.vecInterface.begin(), m_stSeen.vecInterface.end(), same)) {
             m_stSeen.vecInterface.push_back(itf);
         }
@@ -100,11 +102,6 @@ void CConfigPass::RecordSeen(const SEEN_MODEL& model)
             m_stSeen.vecCamera.push_back(camera);
         }
     }
-}
-
-const SEEN_MODEL& CConfigPass::GetSeen() const
-{
-    return m_stSeen;
 }
 
 void CConfigPass::RecordOutcome(const CAMERA_OUTCOME& outcome)
@@ -126,17 +123,6 @@ const CAMERA_OUTCOME* CConfigPass::FindOutcome(const std::string& devID) const
 const std::vector<CAMERA_OUTCOME>& CConfigPass::GetOutcomes() const
 {
     return m_vecOutcome;
-}
-
-std::vector<std::string> CConfigPass::GetSentIDs() const
-{
-    std::vector<std::string> ids;
-    for (const CAMERA_OUTCOME& outcome : m_vecOutcome) {
-        if (outcome.nAction == CAMERA_SENT) {
-            ids.push_back(outcome.strDevID);
-        }
-    }
-    return ids;
 }
 
 std::unique_lock<std::mutex> CConfigPass::LockUsed()
@@ -162,14 +148,14 @@ const std::vector<INTERFACE_REPORT>& CConfigPass::Settle(const SEEN_MODEL& now)
         INTERFACE_REPORT report;
         report.stInterface = itf;
         for (const SEEN_CAMERA& camera : now.vecCamera) {
-            if (camera.strInterface == itf.strName) {
-                report.vecCamera.push_back(__Judge(camera, itf));
+            if (camera.strInterface == itf.stId.strLabel) {
+                report.vecCamera.push_back(Judge(camera, itf));
             }
         }
         m_vecReport.push_back(report);
     }
     for (const SEEN_INTERFACE& itf : m_stSeen.vecInterface) {
-        const auto same = [&](const INTERFACE_REPORT& known) { return known.stInterface.strName == itf.strName; };
+        const auto same = [&](const INTERFACE_REPORT& known) { return known.stInterface.stId.strLabel == itf.stId.strLabel; };
         if (std::none_of(m_vecReport.begin(), m_vecReport.end(), same)) {
             m_vecReport.push_back(INTERFACE_REPORT{itf, true, {}});
         }
@@ -177,13 +163,13 @@ const std::vector<INTERFACE_REPORT>& CConfigPass::Settle(const SEEN_MODEL& now)
     for (INTERFACE_REPORT& report : m_vecReport) {
         const std::vector<CAMERA_REPORT> present = report.vecCamera;
         for (const SEEN_CAMERA& seen : m_stSeen.vecCamera) {
-            if (seen.strInterface == report.stInterface.strName && !HasCamera(present, seen.strDevID)) {
-                report.vecCamera.push_back(__JudgeGone(seen));
+            if (seen.strInterface == report.stInterface.stId.strLabel && !HasCamera(present, seen.strDevID)) {
+                report.vecCamera.push_back(JudgeGone(seen));
             }
         }
         std::stable_sort(report.vecCamera.begin(), report.vecCamera.end(),
                          [](const CAMERA_REPORT& a, const CAMERA_REPORT& b) {
-                             return a.stCamera.strMAC < b.stCamera.strMAC;
+                             return a.stCamera.stId.strText < b.stCamera.stId.strText;
                          });
     }
     RecordSeen(now);
@@ -196,7 +182,7 @@ const std::vector<INTERFACE_REPORT>& CConfigPass::GetReport() const
 }
 
 // A camera that answers at the address it was sent has moved, whatever became of the acknowledge.
-CAMERA_REPORT CConfigPass::__Judge(const SEEN_CAMERA& camera, const SEEN_INTERFACE& itf) const
+CAMERA_REPORT CConfigPass::Judge(const SEEN_CAMERA& camera, const SEEN_INTERFACE& itf) const
 {
     CAMERA_REPORT report{camera, CAMERA_OUTCOME(), false};
     CAMERA_OUTCOME& outcome = report.stOutcome;
@@ -212,7 +198,7 @@ CAMERA_REPORT CConfigPass::__Judge(const SEEN_CAMERA& camera, const SEEN_INTERFA
         outcome.nAction = there ? CAMERA_MOVED : CAMERA_FAILED;
         outcome.nNote = !there && outcome.stForceIP.stMove.IsOk() ? CAMERA_NOTE_NOT_AT_NEW_ADDRESS : CAMERA_NOTE_NONE;
     } else if (outcome.nAction == CAMERA_KEPT && !camera.bAvailable && outcome.strPlanNote.empty()) {
-        const SEEN_CAMERA* first = __FindSeen(camera.strDevID);
+        const SEEN_CAMERA* first = FindSeen(camera.strDevID);
         outcome.nNote = itf.nIP == 0            ? CAMERA_NOTE_INTERFACE_NO_ADDRESS
                         : !IsIPValid(itf.nIP)   ? CAMERA_NOTE_INTERFACE_LINK_LOCAL
                         : first == nullptr      ? CAMERA_NOTE_NOT_SEEN_BEFORE
@@ -224,7 +210,7 @@ CAMERA_REPORT CConfigPass::__Judge(const SEEN_CAMERA& camera, const SEEN_INTERFA
 
 // Gone: lost at the address it was sent, unless the force-IP never left the host (failed) or the
 // camera refused it (lost where it was).
-CAMERA_REPORT CConfigPass::__JudgeGone(const SEEN_CAMERA& camera) const
+CAMERA_REPORT CConfigPass::JudgeGone(const SEEN_CAMERA& camera) const
 {
     CAMERA_REPORT report{camera, CAMERA_OUTCOME(), true};
     report.stCamera.bAvailable = false;
@@ -249,7 +235,7 @@ CAMERA_REPORT CConfigPass::__JudgeGone(const SEEN_CAMERA& camera) const
     return report;
 }
 
-const SEEN_CAMERA* CConfigPass::__FindSeen(const std::string& devID) const
+const SEEN_CAMERA* CConfigPass::FindSeen(const std::string& devID) const
 {
     for (const SEEN_CAMERA& seen : m_stSeen.vecCamera) {
         if (seen.strDevID == devID) {
@@ -312,9 +298,10 @@ SEEN_MODEL SeeInterfaces(const std::vector<CInterface*>& interfaces)
         model.vecInterface.push_back(seen);
         const std::vector<CDevice*> devices = *itf->GetDeviceList();
         for (CDevice* device : devices) {
-            model.vecCamera.push_back(SEEN_CAMERA{seen.strName, device->GetDevID(), device->GetModelName(),
-                                                  device->GetSN(), device->GetStrMac(), device->GetIntIP(),
-                                                  device->GetIntSubNetMask(), device->IsSameSubnetWithIF()});
+            model.vecCamera.push_back(SEEN_CAMERA{seen.stId.strLabel, device->GetDevID(), device->GetModelName(),
+                                                  device->GetSN(), GenICam::Client::CameraIdOf(device->GetStrMac()),
+                                                  device->GetIntIP(), device->GetIntSubNetMask(),
+                                                  device->IsSameSubnetWithIF()});
         }
     }
     return model;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/Identity.h"
 #include "gvcp/GvcpResult.h"
 #include "ipconfig/AddressPlan.h"
 #include "ipconfig/RememberedAddress.h"
@@ -33,20 +34,22 @@ struct PASS_OPTIONS {
 
 // An interface as one look at the device model found it.
 struct SEEN_INTERFACE {
-    std::string strName;  // description: kernel name or address label
+    GenICam::Client::INTERFACE_ID stId;  // its label is the interface's name in every report
     std::string strMAC;
     std::string strIP;
     std::string strMask;
     unsigned int nIP = 0;
+    unsigned int nMask = 0;
+    std::string strDisplayName;  // "name(kernel's description)", as the text report shows it
 };
 
 // A camera as one look at the device model found it.
 struct SEEN_CAMERA {
-    std::string strInterface;  // SEEN_INTERFACE::strName
+    std::string strInterface;  // its interface's label
     std::string strDevID;      // "model(MAC)"
     std::string strModel;
     std::string strSerial;
-    std::string strMAC;
+    GenICam::Client::CAMERA_ID stId;
     unsigned int nIP = 0;
     unsigned int nMask = 0;
     bool bAvailable = false;   // in its interface's subnet, with its mask
@@ -123,14 +126,12 @@ public:
 
     // Adds what is new in `model`; the first sighting of an interface or camera stays.
     void RecordSeen(const SEEN_MODEL& model);
-    const SEEN_MODEL& GetSeen() const;
+    const SEEN_MODEL& GetSeen() const { return m_stSeen; }
 
     // Safe from overlapping candidate searches.
     void RecordOutcome(const CAMERA_OUTCOME& outcome);
     const CAMERA_OUTCOME* FindOutcome(const std::string& devID) const;
     const std::vector<CAMERA_OUTCOME>& GetOutcomes() const;
-    // The cameras a confirmation must find again at their new address.
-    std::vector<std::string> GetSentIDs() const;
 
     // Serialises every touch of the taken-address lists while searches overlap.
     std::unique_lock<std::mutex> LockUsed();
@@ -143,9 +144,9 @@ public:
     const std::vector<INTERFACE_REPORT>& GetReport() const;
 
 private:
-    CAMERA_REPORT __Judge(const SEEN_CAMERA& camera, const SEEN_INTERFACE& itf) const;
-    CAMERA_REPORT __JudgeGone(const SEEN_CAMERA& camera) const;
-    const SEEN_CAMERA* __FindSeen(const std::string& devID) const;
+    CAMERA_REPORT Judge(const SEEN_CAMERA& camera, const SEEN_INTERFACE& itf) const;
+    CAMERA_REPORT JudgeGone(const SEEN_CAMERA& camera) const;
+    const SEEN_CAMERA* FindSeen(const std::string& devID) const;
 
     PASS_OPTIONS m_stOptions;
     SEEN_MODEL m_stSeen;

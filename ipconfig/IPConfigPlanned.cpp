@@ -157,7 +157,7 @@ bool CIPConfigPlanned::PlanPool(const std::vector<CDevice*>& devices, IAddressPr
     const std::vector<SEEN_CAMERA>& seen = m_pPass->GetSeen().vecCamera;
     for (const REMEMBERED_ADDRESS& entry : remembered) {
         const bool present = std::any_of(seen.begin(), seen.end(),
-                                         [&](const SEEN_CAMERA& camera) { return camera.strMAC == entry.strMAC; });
+                                         [&](const SEEN_CAMERA& camera) { return camera.stId.strText == entry.strMAC; });
         if (!present) {
             absent.push_back(entry.nIP);
         }
@@ -256,8 +256,8 @@ std::string CIPConfigPlanned::HolderOf(unsigned int ip, const std::string& self)
 {
     const SEEN_MODEL& seen = m_pPass->GetSeen();
     for (const SEEN_CAMERA& camera : seen.vecCamera) {
-        if (camera.nIP == ip && camera.strMAC != self) {
-            return camera.strMAC;
+        if (camera.nIP == ip && camera.stId.strText != self) {
+            return camera.stId.strText;
         }
     }
     for (const SEEN_INTERFACE& itf : seen.vecInterface) {

@@ -1,4 +1,5 @@
 #include "link/ArpWatch.h"
+#include "common/Identity.h"
 
 #include <arpa/inet.h>
 #include <cerrno>
@@ -45,7 +46,7 @@ bool ReadOwnMAC(int socketFd, const std::string& name, uint8_t* mac)
 
 CUniqueFd OpenArpSocket(const std::string& device, ARP_FILTER which, int* error)
 {
-    const unsigned int index = if_nametoindex(device.substr(0, device.find(':')).c_str());
+    const unsigned int index = if_nametoindex(DeviceNameOf(device).c_str());
     if (index == 0) {
         return Fail(error);
     }
@@ -75,7 +76,7 @@ bool CArpWatch::Open(const std::string& device, int* error)
     if (!socketFd.IsOpen()) {
         return false;
     }
-    if (!ReadOwnMAC(socketFd.Get(), device.substr(0, device.find(':')), m_aMAC)) {
+    if (!ReadOwnMAC(socketFd.Get(), DeviceNameOf(device), m_aMAC)) {
         Fail(error);
         return false;
     }

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # ThreadSanitizer build of the unit and whole-tool tests. The device manager enumerates every
 # interface on a thread of its own, so the multi-interface lab scenarios (end-to-end and hostile
-# scenarios, up to three interfaces) run those threads side by side. A race aborts the process
-# (halt_on_error) and the report on standard error fails the test.
+# scenarios, up to three interfaces) run those threads side by side; the watch scenarios add the
+# pass runner's passes beside the notify pinger. A race aborts the process (halt_on_error) and the
+# report on standard error fails the test.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 
@@ -18,3 +19,6 @@ echo "== test $build: unit tests"
 ctest --test-dir "$build" -j2 --output-on-failure --timeout 300 -L unit
 echo "== test $build: whole-tool scenarios"
 ctest --test-dir "$build" -j3 --output-on-failure --timeout 300 -L 'e2e|hostile'
+# one at a time: their timings are part of what they check
+echo "== test $build: watch scenarios"
+ctest --test-dir "$build" -j1 --output-on-failure --timeout 300 -L watch

@@ -20,7 +20,7 @@ CAMERA_REPORT Camera(const std::string& mac, bool available, CAMERA_ACTION actio
                      bool gone = false)
 {
     CAMERA_REPORT camera;
-    camera.stCamera.strMAC = mac;
+    camera.stCamera.stId = GenICam::Client::CameraIdOf(mac);
     camera.stCamera.strModel = "SIM";
     camera.stCamera.strSerial = "S" + mac.substr(mac.size() - 2);
     camera.stCamera.nIP = available ? kFit : kForeign;
@@ -34,7 +34,7 @@ CAMERA_REPORT Camera(const std::string& mac, bool available, CAMERA_ACTION actio
 INTERFACE_REPORT Interface(const std::string& name, std::vector<CAMERA_REPORT> cameras)
 {
     INTERFACE_REPORT itf;
-    itf.stInterface.strName = name;
+    itf.stInterface.stId = GenICam::Client::InterfaceIdOf(name);
     itf.vecCamera = std::move(cameras);
     return itf;
 }
@@ -194,7 +194,7 @@ TEST(Metrics, FileOfEveryPass)
     CMetricsFile file(path, false);
     SEEN_MODEL seen;
     seen.vecInterface.resize(1);
-    seen.vecInterface[0].strName = "eth0";
+    seen.vecInterface[0].stId = GenICam::Client::InterfaceIdOf("eth0");
     seen.vecCamera.push_back(Camera("00-0F-31-00-00-01", false, CAMERA_KEPT).stCamera);
     seen.vecCamera[0].strInterface = "eth0";
     file.EndPass(seen, {Interface("eth0", {Camera("00-0F-31-00-00-01", true, CAMERA_MOVED, kFit)})}, 0);

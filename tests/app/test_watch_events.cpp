@@ -12,12 +12,12 @@ WATCH_EVENT Event(WATCH_EVENT_KIND kind, const char* reason = "", bool previous 
     WATCH_EVENT event;
     event.nWallMs = 1795588200123ULL;
     event.nKind = kind;
-    event.strInterface = "eth0";
-    event.strMac = "00-11-22-33-44-55";
-    event.strModel = "SIM-CAM";
-    event.strSerial = "S1";
-    event.nIP = 0xC0A8010B;
-    event.nMask = 0xFFFFFF00;
+    event.stCamera.strInterface = "eth0";
+    event.stCamera.stId.strText = "00-11-22-33-44-55";
+    event.stCamera.strModel = "SIM-CAM";
+    event.stCamera.strSerial = "S1";
+    event.stCamera.nIP = 0xC0A8010B;
+    event.stCamera.nMask = 0xFFFFFF00;
     event.bHasPreviousIP = previous;
     event.nPreviousIP = 0x0A000007;
     event.strReason = reason;
@@ -51,9 +51,9 @@ TEST(WatchEvents, TextLines)
 TEST(WatchEvents, JsonLines)
 {
     WATCH_EVENT badText = Event(WATCH_EVENT_FAILED, "refused (status 0x8002)");
-    badText.strModel = "SIM\xff";
+    badText.stCamera.strModel = "SIM\xff";
     WATCH_EVENT noCamera = Event(WATCH_EVENT_APPEARED, "", false);
-    noCamera.strMac.clear();
+    noCamera.stCamera.stId.strText.clear();
     noCamera.nWallMs = 7;
     const struct {
         WATCH_EVENT event;

@@ -16,9 +16,9 @@ const char kMac[] = "00-0F-31-00-00-01";
 SEEN_MODEL Model(const char* cameraIP, bool available)
 {
     SEEN_MODEL model;
-    model.vecInterface.push_back(SEEN_INTERFACE{"eth0", "02-00-00-00-00-01", "192.168.1.5", "255.255.255.0",
-                                                Ip("192.168.1.5")});
-    model.vecCamera.push_back(SEEN_CAMERA{"eth0", kId, "CAM", "SN1", kMac, Ip(cameraIP), Ip("255.0.0.0"), available});
+    model.vecInterface.push_back(SEEN_INTERFACE{GenICam::Client::InterfaceIdOf("eth0"), "02-00-00-00-00-01", "192.168.1.5", "255.255.255.0",
+                                                Ip("192.168.1.5"), Ip("255.255.255.0"), "eth0"});
+    model.vecCamera.push_back(SEEN_CAMERA{"eth0", kId, "CAM", "SN1", GenICam::Client::CameraIdOf(kMac), Ip(cameraIP), Ip("255.0.0.0"), available});
     return model;
 }
 
@@ -60,14 +60,14 @@ TEST(WatchPass, ResultOfEachOutcome)
         }
         pass.Settle(end);
         const std::vector<std::string> only = {kMac};
-        const std::vector<WATCH_RESULT> results = WatchResultsOf(pass, &only);
+        const std::vector<WATCH_RESULT> results = WatchResultsOf(pass.GetReport(), &only);
         ASSERT_EQ(results.size(), row.bResult ? 1u : 0u) << ActionText(row.nAction);
         if (row.bResult) {
             EXPECT_EQ(results[0].nOutcome, row.nOutcome) << ActionText(row.nAction);
             EXPECT_EQ(DottedText(results[0].nIP), row.szIP) << ActionText(row.nAction);
         }
         const std::vector<std::string> none;
-        EXPECT_TRUE(WatchResultsOf(pass, &none).empty()) << "only the cameras worked on";
+        EXPECT_TRUE(WatchResultsOf(pass.GetReport(), &none).empty()) << "only the cameras worked on";
     }
 }
 
@@ -76,7 +76,7 @@ TEST(WatchPass, SecondCameraAtAnAddressDoesNotFit)
 {
     SEEN_MODEL model = Model("192.168.1.20", true);
     SEEN_CAMERA twin = model.vecCamera[0];
-    twin.strMAC = "00-0F-31-00-00-02";
+    twin.stId = GenICam::Client::CameraIdOf("00-0F-31-00-00-02");
     model.vecCamera.push_back(twin);
     const WATCH_PASS_VIEW view = WatchViewOf(model);
     ASSERT_EQ(view.vecCameras.size(), 2u);

@@ -15,7 +15,8 @@ WATCH_SIGHTING Seen(const std::string& mac, const char* ip, const char* itf = "e
 {
     const uint32_t address = Cipcalc().iptolong(ip);
     const bool fits = (address & 0xFFFFFF00) == (kEth0 & 0xFFFFFF00);
-    return WATCH_SIGHTING{itf, mac, "SIM", "S" + mac, address, 0xFFFFFF00, kEth0, 0xFFFFFF00, fits};
+    const SEEN_CAMERA camera{itf, "SIM(" + mac + ")", "SIM", "S" + mac, GenICam::Client::CameraIdOf(mac), address, 0xFFFFFF00, fits};
+    return WATCH_SIGHTING{camera, kEth0, 0xFFFFFF00, fits};
 }
 
 WATCH_RESULT Did(const std::string& mac, WATCH_OUTCOME outcome, const char* ip = "0.0.0.0", const char* reason = "")
@@ -37,8 +38,8 @@ std::string Told(const std::vector<WATCH_EVENT>& events)
 {
     std::vector<std::string> lines;
     for (const WATCH_EVENT& e : events) {
-        lines.push_back(std::string(WatchEventName(e.nKind)) + " " + e.strMac + " " +
-                        (e.bHasPreviousIP ? DottedText(e.nPreviousIP) + "->" : "") + DottedText(e.nIP) +
+        lines.push_back(std::string(WatchEventName(e.nKind)) + " " + e.stCamera.stId.strText + " " +
+                        (e.bHasPreviousIP ? DottedText(e.nPreviousIP) + "->" : "") + DottedText(e.stCamera.nIP) +
                         (e.strReason.empty() ? "" : ": " + e.strReason));
     }
     return Joined(lines, "; ");

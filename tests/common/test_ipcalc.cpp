@@ -1,3 +1,4 @@
+#include "common/Identity.h"
 #include "common/ipcalc.h"
 
 #include <gtest/gtest.h>
@@ -114,5 +115,22 @@ TEST(Ipcalc, SubnetRangeActsOnTheLastByteAndCarriesOnConversion)
         EXPECT_EQ(Quad(first), t.first) << t.bits;
         EXPECT_EQ(Quad(last), t.last) << t.bits;
         EXPECT_EQ(c.dottted_decial2long(first), t.firstNumber) << t.bits;
+    }
+}
+
+// A label names its link up to the colon; a MAC keeps its report text and gets its bytes once.
+TEST(Identity, LabelsAndMacs)
+{
+    using GenICam::Client::CameraIdOf;
+    using GenICam::Client::DeviceNameOf;
+    EXPECT_EQ(DeviceNameOf("eth3:1"), "eth3");
+    EXPECT_EQ(DeviceNameOf("eth3"), "eth3");
+    EXPECT_EQ(DeviceNameOf("br0:cam:2"), "br0");
+    EXPECT_EQ(GenICam::Client::InterfaceIdOf("lo:9").nIndex, GenICam::Client::InterfaceIdOf("lo").nIndex);
+    const GenICam::Client::CAMERA_ID id = CameraIdOf("00-0F-31-aa-00-FE");
+    EXPECT_EQ(id.strText, "00-0F-31-aa-00-FE");
+    EXPECT_EQ(MacText(id.aMAC.data()), "00-0F-31-AA-00-FE");
+    for (const char* bad : {"not a mac", "00-0F-31-AA-00", "00:0F:31:AA:00:02", "00-0F-31-AA-00-G2"}) {
+        EXPECT_EQ(MacText(CameraIdOf(bad).aMAC.data()), "00-00-00-00-00-00") << bad;
     }
 }

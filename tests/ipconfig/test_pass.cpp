@@ -44,12 +44,13 @@ std::string Told(const CAMERA_OUTCOME& outcome)
 
 SEEN_CAMERA Camera(const char* itf, const char* ip, bool available)
 {
-    return SEEN_CAMERA{itf, "CAM(00-0F-31-00-00-01)", "CAM", "SN1", "00-0F-31-00-00-01", Ip(ip), 0xFFFFFF00, available};
+    return SEEN_CAMERA{itf, "CAM(00-0F-31-00-00-01)", "CAM", "SN1", GenICam::Client::CameraIdOf("00-0F-31-00-00-01"), Ip(ip), 0xFFFFFF00, available};
 }
 
 SEEN_INTERFACE Interface(const char* name)
 {
-    return SEEN_INTERFACE{name, "02-00-00-00-00-01", "192.168.1.5", "255.255.255.0", Ip("192.168.1.5")};
+    return SEEN_INTERFACE{GenICam::Client::InterfaceIdOf(name), "02-00-00-00-00-01", "192.168.1.5", "255.255.255.0", Ip("192.168.1.5"),
+                          Ip("255.255.255.0"), name};
 }
 
 // Probes nothing; counts how many searches probe at the same moment.
@@ -119,7 +120,7 @@ std::vector<std::string> RunPass(const PASS_OPTIONS& options, const std::vector<
     std::vector<std::string> lines;
     for (const INTERFACE_REPORT& itf : pass.Settle(SeeInterfaces(interfaces))) {
         for (const CAMERA_REPORT& camera : itf.vecCamera) {
-            lines.push_back(itf.stInterface.strName + " " + camera.stCamera.strMAC + " " + Told(camera.stOutcome));
+            lines.push_back(itf.stInterface.stId.strLabel + " " + camera.stCamera.stId.strText + " " + Told(camera.stOutcome));
         }
     }
     return lines;

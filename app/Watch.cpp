@@ -1,5 +1,6 @@
 #include "app/Watch.h"
 
+#include "app/AddressMemory.h"
 #include "app/Metrics.h"
 #include "app/PassRun.h"
 #include "app/PassScheduler.h"
@@ -18,6 +19,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <map>
@@ -119,6 +121,8 @@ private:
     void WatchLinks();
     void Tell(const std::vector<WATCH_EVENT>& events, size_t interfaces);
     void Remember(const PASS_RESULT& pass);
+    void Memorise(const std::vector<WATCH_EVENT>& events);
+    void Reload(uint64_t nowMs);
 
     RUN_OPTIONS m_stOptions;
     CWatchState m_state;
@@ -126,6 +130,9 @@ private:
     CWatchEventWriter m_writer;
     CServiceNotify m_notify;
     CMetricsFile m_metrics;
+    CReloadSignal m_reload;
+    CAddressMemory m_memory;
+    bool m_bReplan = false;  // the plan changed: the next pass works on every camera it sees
     CLinkMonitor m_monitor;
     CLinkStates m_links;
     std::map<std::string, LINK_WATCH> m_mapLinks;  // by kernel name
@@ -137,7 +144,8 @@ private:
 
 CWatcher::CWatcher(const RUN_OPTIONS& options)
     : m_stOptions(options), m_state(options.bCheckConflicts), m_scheduler(options.nIntervalMs),
-      m_writer(stdout, options.bJson), m_metrics(options.strMetricsFile, options.bDryRun), m_nPass(0)
+      m_writer(stdout, options.bJson), m_metrics(options.strMetricsFile, options.bDryRun),
+      m_memory(AddressMemoryDirectory(getenv("STATE_DIRECTORY"))), m_nPass(0)
 {
 }
 
@@ -149,6 +157,12 @@ int CWatcher::Run()
         fprintf(stderr, "autoipconfig: cannot catch SIGTERM: %s\n", strerror(error));
         return 1;
     }
+    // Without the handler a reload request would end the service.
+    if (!m_reload.Install(&error)) {
+        fprintf(stderr, "autoipconfig: cannot catch SIGHUP: %s\n", strerror(error));
+        return 1;
+    }
+    m_memory.Load();
     m_notify.StartWatchdog();
     if (m_monitor.Open(&error)) {
         for (const LINK_EVENT& event : m_monitor.ReadLinks(MonotonicMs() + kLinkReadMs)) {
@@ -183,6 +197,7 @@ bool CWatcher::FirstPass()
     const uint64_t startedMs = MonotonicMs();
     PASS_REQUEST request;
     request.stOptions = PassOptionsOf(m_stOptions);
+    request.stOptions.vecRemembered = m_memory.Addresses();
     request.bShowProgress = !m_stOptions.bJson;
     if (!m_stOptions.bJson) {
         printf("%s", BannerText().c_str());
@@ -208,8 +223,10 @@ bool CWatcher::FirstPass()
     }
     m_nPass = 1;
     Remember(pass);
-    Tell(m_state.EndPass(WatchViewOf(pass.stFirst), WatchResultsOf(pass.vecReport, nullptr), MonotonicMs(), WallMs()),
-           pass.stFirst.vecInterface.size());
+    const std::vector<WATCH_EVENT> events =
+        m_state.EndPass(WatchViewOf(pass.stFirst), WatchResultsOf(pass.vecReport, nullptr), MonotonicMs(), WallMs());
+    Tell(events, pass.stFirst.vecInterface.size());
+    Memorise(events);
     m_metrics.EndPass(pass.stFirst, pass.vecReport, startedMs);
     m_notify.Ready();
     ReuseKnownCameras();
@@ -229,6 +246,8 @@ void CWatcher::Pass(const PASS_SCOPE& scope)
     request.bShowProgress = false;
     WATCH_PASS_VIEW view;
     std::vector<std::string> work;
+    const bool replan = m_bReplan;
+    m_bReplan = false;
     request.fnChoose = [&](const PASS_RESULT& discovered, PASS_OPTIONS* options) {
         if (!discovered.strDiscoveryError.empty()) {
             Diag("watch pass %lu: enumeration failed: %s", m_nPass, discovered.strDiscoveryError.c_str());
@@ -236,10 +255,17 @@ void CWatcher::Pass(const PASS_SCOPE& scope)
         const SEEN_MODEL& seen = discovered.stFirst;
         view = scope.bEveryInterface ? WatchViewOf(seen) : WatchViewOn(WatchViewOf(seen), scope);
         work = m_state.CamerasToWork(view, MonotonicMs());
+        if (replan) {
+            work.clear();
+            for (const WATCH_SIGHTING& camera : view.vecCameras) {
+                work.push_back(camera.stCamera.stId.strText);
+            }
+        }
         Diag("watch pass %lu: %zu cameras, %zu to work on", m_nPass, view.vecCameras.size(), work.size());
         options->bOnlyListed = true;
         options->vecOnlyMAC = work;
         options->vecAlsoTaken = m_state.KnownAddresses(work);
+        options->vecRemembered = work.empty() ? std::vector<REMEMBERED_ADDRESS>() : m_memory.Addresses();
         return !work.empty();
     };
     const PASS_RESULT pass = RunPass(request);
@@ -249,7 +275,9 @@ void CWatcher::Pass(const PASS_SCOPE& scope)
     const std::vector<WATCH_RESULT> results =
         pass.bWorked ? WatchResultsOf(pass.vecReport, &work) : std::vector<WATCH_RESULT>();
     Remember(pass);
-    Tell(m_state.EndPass(view, results, MonotonicMs(), WallMs()), pass.stFirst.vecInterface.size());
+    const std::vector<WATCH_EVENT> events = m_state.EndPass(view, results, MonotonicMs(), WallMs());
+    Tell(events, pass.stFirst.vecInterface.size());
+    Memorise(events);
     m_metrics.EndPass(pass.stFirst, pass.bWorked ? pass.vecReport : std::vector<INTERFACE_REPORT>(), startedMs);
 }
 
@@ -268,7 +296,7 @@ void CWatcher::Wait()
             return;
         }
         deadline = retry > now ? std::min(deadline, retry) : deadline;
-        std::vector<int> fds;
+        std::vector<int> fds{m_reload.GetFd()};
         if (m_monitor.GetFd() >= 0) {
             fds.push_back(m_monitor.GetFd());
         }
@@ -288,9 +316,43 @@ void CWatcher::Wait()
             Diag("watch: wait failed: %s", strerror(error));
             SleepUntil(MonotonicMs() + kWaitRetryMs);
         }
+        if (m_reload.TakeRequest()) {
+            Reload(MonotonicMs());
+        }
         OnLinks(MonotonicMs());
         OnAnnouncements(MonotonicMs());
     }
+}
+
+// A file with errors leaves the plan in force; a good one applies from a pass that starts at once.
+void CWatcher::Reload(uint64_t nowMs)
+{
+    const PLAN_LOAD plan = LoadAddressPlan(m_stOptions.strConfigFile);
+    for (const std::string& error : plan.vecError) {
+        fprintf(stderr, "autoipconfig: %s\n", error.c_str());
+    }
+    m_writer.Write(ConfigEvent(WallMs(), plan.vecError.empty() ? "" : plan.vecError.front()));
+    if (!plan.vecError.empty()) {
+        return;
+    }
+    m_stOptions.pPlan = plan.pPlan;
+    m_bReplan = true;
+    m_scheduler.OnInterfaceEvent(nowMs);
+}
+
+// The cameras this pass moved keep their addresses across restarts; a dry run moved none.
+void CWatcher::Memorise(const std::vector<WATCH_EVENT>& events)
+{
+    if (m_stOptions.bDryRun) {
+        return;
+    }
+    for (const WATCH_EVENT& event : events) {
+        if (event.nKind == WATCH_EVENT_MOVED) {
+            const SEEN_CAMERA& camera = event.stCamera;
+            m_memory.Record(camera.stId.strText, camera.strSerial, camera.strInterface, camera.nIP, event.nWallMs);
+        }
+    }
+    m_memory.Save();
 }
 
 void CWatcher::OnLinks(uint64_t nowMs)

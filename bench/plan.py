@@ -6,7 +6,7 @@ One camera lab (tools/lab.py) with CAMERAS cameras that fit on one link (172.16.
 reserves each camera's current address by MAC and gives eth0 a pool, so the runs with and without
 it move nothing and differ only by the plan. Inside the lab bench/measure.py times, in turn, RUNS
 times: `--check-config --config plan.toml`, a dry run, and a dry run with `--config plan.toml`.
-Writes the section "9. Address plan" of bench/results.md (the rest is kept).
+Writes the section "10. Address plan" of bench/results.md (the rest is kept).
 
 usage: plan.py --tool PATH [--cameras 1000] [--runs 5] [--out DIR]
 """
@@ -26,7 +26,7 @@ REPO = os.path.dirname(BENCH)
 LAB = os.path.join(REPO, "tools", "lab.py")
 MEASURE = os.path.join(BENCH, "measure.py")
 PYTHON = "/usr/bin/python3"
-HEADING = "## 9. Address plan: reservations read, checked and planned"
+HEADING = "## 10. Address plan: reservations read, checked and planned"
 MAC_START = 0x000F31D20001
 IP_START = (172 << 24) | (16 << 16) | (1 << 8) | 1
 LAB_LIMIT_S = 1800

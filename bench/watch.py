@@ -248,7 +248,9 @@ def run_lab(scenario, plan, tool_argv, workdir, name, limit_s, record=None):
             json.dump(value, f)
     argv = [PYTHON, LAB, paths["scenario"], "--window-ms", "0,30", "--timeout", str(limit_s)]
     argv += ["--record", record] if record else []
-    argv += ["--", PYTHON, os.path.abspath(__file__), "--drive", paths["plan"], paths["result"], *tool_argv]
+    # remembered addresses stay with the run: a camera keeps no address from an earlier lab
+    argv += ["--", "env", f"STATE_DIRECTORY={workdir}/{name}.state", PYTHON, os.path.abspath(__file__), "--drive",
+             paths["plan"], paths["result"], *tool_argv]
     lab = subprocess.run(argv, capture_output=True, text=True)
     if lab.returncode != 0 or not os.path.exists(paths["result"]):
         raise RuntimeError(f"lab {name} failed ({lab.returncode}): {lab.stderr[-2000:]}")

@@ -8,14 +8,14 @@ A case file is a lab scenario (its "interfaces", maybe "second_host") plus:
   "actions":   in time order, seconds after the tool started: {"at": 3.0, "do": "plug MAC"}
                ("unplug MAC", "cycle MAC": a power cycle), {"at": 4, "do": "shell", "cmd": "ip -n
                $GVLAB_HOST_NS ..."} (the lab's variables are set, $WATCH_DIR is this folder),
-               {"at": 9, "do": "sigterm"} ("sigint"), {"at": 20, "do": "sample"} (the tool's memory,
+               {"at": 9, "do": "sigterm"} ("sigint"), {"at": 5, "do": "sighup"} (a reload), {"at": 20, "do": "sample"} (the tool's memory,
                descriptors, threads and CPU time, each the least over 2 s); a negative "at" acts before the tool starts
   "events":    events expected in this order (others may come between): the fields each must carry,
                a field {"re": PATTERN} matched by search, "by": at most that many seconds after the
                start, "after": at least that many, "once": no other event matches it
   "never":     fields of events that must not appear ("after": not from that many seconds on)
 Optional: "exit" (status, default 0) within "exit_within_s" (default 1.0) of the signal, "stderr"
-(the tool's lines, default none), "forceip_ex"/"forceip" (every such command, as the end-to-end
+(the tool's lines, default none; a line {"re": PATTERN} is matched by search), "forceip_ex"/"forceip" (every such command, as the end-to-end
 cases write them), "commands_at_most" ({"forceip_ex": 3}: no flood; "forceip_ex eth0": those sent
 from eth0; "discovery 00-0F-31-00-00-01": those that camera received), "commands_at_least", "final"
 (registers at the end, as there), "second_tool" (arguments of a copy of the tool run with --watch
@@ -24,7 +24,7 @@ from eth0; "discovery 00-0F-31-00-00-01": those that camera received), "commands
 ({"watchdog_usec": 2000000}: the tool gets NOTIFY_SOCKET and WATCHDOG_USEC; READY=1 must come once,
 after the first event line, STATUS= at least "status_at_least" times (default 1), WATCHDOG=1 at least
 every half period, STOPPING=1 last, after the signal). Every line on stdout must be a JSON object
-with "time" (RFC 3339, UTC, milliseconds), "event" and "interface". With "text": true the tool runs
+with "time" (RFC 3339, UTC, milliseconds), "event" and "interface" (but a "config" event). With "text": true the tool runs
 without --json: stdout starts with the "stdout_first" lines (the progress line written "<dots>"),
 then every line starts with the time, and "events"/"never" match {"line": {"re": ...}}.
 
@@ -62,9 +62,14 @@ class Driver:
     def __init__(self, argv, notify, setup):
         self.lines, self.stderr, self.problems, self.samples, self.notes = [], [], [], [], []
         self.started = time.monotonic()
+        # the tool's remembered addresses stay in the lab; an unprivileged tool must write them too
+        state = os.path.join(os.environ["GVLAB_RECORD_DIR"], "state")
+        os.makedirs(state, exist_ok=True)
+        os.chmod(os.environ["GVLAB_RECORD_DIR"], 0o711)
+        os.chmod(state, 0o777)
         for action in setup:  # timed from here; the tool's own clock starts below
             self.act(action)
-        env = dict(os.environ)
+        env = dict(os.environ, STATE_DIRECTORY=state)
         self.readers = []
         if notify is not None:
             env.update(NOTIFY_SOCKET=notify[0].getsockname(), WATCHDOG_USEC=str(notify[1]))
@@ -136,6 +141,8 @@ class Driver:
                                   env=dict(os.environ, WATCH_DIR=HERE))
             if done.returncode:
                 self.problems.append(f"shell action failed ({done.returncode}): {action['cmd']}: {done.stderr}")
+        elif words == ["sighup"] and self.tool.poll() is None:
+            self.tool.send_signal(signal.SIGHUP)
         elif words == ["sample"] and self.tool.poll() is None:
             self.sample()
         elif words[0] in SIGNALS and self.tool.poll() is None:
@@ -237,7 +244,7 @@ def parsed_events(lines, problems):
         except ValueError:
             event = None
         if (not isinstance(event, dict) or not TIME.match(str(event.get("time")))
-                or not isinstance(event.get("event"), str) or "interface" not in event):
+                or not isinstance(event.get("event"), str) or ("interface" not in event and event["event"] != "config")):
             problems.append(f"not an event line at {at} s: {line}")
             continue
         events.append((at, event))
@@ -348,7 +355,9 @@ def check(case, result, record, tool):
         problems.append(f"exit status {result['exit']}")
     if result["signalled"] is not None and result["exited"] - result["signalled"] > case.get("exit_within_s", 1.0):
         problems.append(f"exited {result['exited'] - result['signalled']:.3f} s after the signal")
-    if result["stderr"] != case.get("stderr", []):
+    wanted = case.get("stderr", [])
+    if len(result["stderr"]) != len(wanted) or not all(
+            re.search(w["re"], line) if isinstance(w, dict) else w == line for w, line in zip(wanted, result["stderr"])):
         problems.append("standard error: " + "\n".join(result["stderr"]))
     if "resources" in case:
         problems += resource_problems(case["resources"], result["samples"], tool)

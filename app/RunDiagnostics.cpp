@@ -5,6 +5,7 @@
 #include "gvcp/LinkTap.h"
 #include "ipconfig/ConfigPass.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -46,6 +47,14 @@ void WarnWithoutRawNetworkRight()
         const int error = errno;
         fprintf(stderr, "autoipconfig: no link-level socket (%s): cameras in other subnets can go unseen, "
                         "addresses are not probed and announcements not heard\n", strerror(error));
+    }
+}
+
+void WarnWithoutUsableInterface(const std::vector<INTERFACE_VERDICT>& verdicts)
+{
+    if (std::none_of(verdicts.begin(), verdicts.end(), [](const INTERFACE_VERDICT& v) { return v.bUsed; })) {
+        fprintf(stderr, "autoipconfig: no interface with a usable IPv4 address: no camera is found until one "
+                        "gets one\n");
     }
 }
 

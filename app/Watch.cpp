@@ -172,6 +172,7 @@ int CWatcher::Run()
         Diag("watch: no link notifications (%s): passes follow the interval only", strerror(error));
     }
     WarnWithoutRawNetworkRight();
+    WarnWithoutUsableInterface(GenICam::Client::SurveyInterfaces(m_stOptions.vecInterface));
     m_scheduler.StartPass(MonotonicMs());
     const bool ok = FirstPass();
     m_scheduler.OnPassEnded(MonotonicMs());

@@ -183,7 +183,7 @@ if grep -qE -- '(^|[ ,])--config([ =,]|$)' <<< "$help"; then
   mkdir -p "$work/root/etc/autoipconfig"
   printf '[[camera]]\nmac = "%s"\naddress = "192.168.1.77"\n' "$late_mac" > "$work/root/etc/autoipconfig/autoipconfig.toml"
   inside systemctl reload "$watch"
-  wait_for 15 "the reserved address after reload" journal_has "00-0F-31-65-00-02 moved .* -> 192\.168\.1\.77$"
+  wait_for 15 "the reserved address after reload" journal_has "00-0F-31-65-00-02 moved .* -> 192\.168\.1\.77: reserved$"
 else
   echo "SKIP: reload applies a changed plan (the tool has no --config)"
 fi

@@ -18,7 +18,8 @@ export TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1"
 echo "== test $build: unit tests"
 ctest --test-dir "$build" -j2 --output-on-failure --timeout 300 -L unit
 echo "== test $build: whole-tool scenarios"
-ctest --test-dir "$build" -j3 --output-on-failure --timeout 300 -L 'e2e|hostile'
+# without a thread to start (exit_code_unfinished) ThreadSanitizer's own cannot start either
+ctest --test-dir "$build" -j3 --output-on-failure --timeout 300 -L 'e2e|hostile' -E '^e2e_exit_code_unfinished$'
 # one at a time: their timings are part of what they check
 echo "== test $build: watch scenarios"
 ctest --test-dir "$build" -j1 --output-on-failure --timeout 300 -L watch

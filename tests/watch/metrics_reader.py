@@ -35,8 +35,10 @@ def read(folder):
         else:
             with open(os.path.join(folder, "partial"), "a", encoding="utf-8") as f:
                 f.write(f"--- {len(text)} bytes:\n{text}\n")
-    with open(os.path.join(folder, "reads"), "w", encoding="ascii") as f:
+    # renamed into place: the checker polls for the file and must never read it empty
+    with open(os.path.join(folder, "reads.tmp"), "w", encoding="ascii") as f:
         f.write(str(whole))
+    os.replace(os.path.join(folder, "reads.tmp"), os.path.join(folder, "reads"))
 
 
 def check(folder, patterns):

@@ -247,8 +247,9 @@ void CWatcher::Pass(const PASS_SCOPE& scope)
     request.bShowProgress = false;
     WATCH_PASS_VIEW view;
     std::vector<std::string> work;
-    const bool replan = m_bReplan;
-    m_bReplan = false;
+    // a pass on some links only leaves the others to the next full pass
+    const bool replan = m_bReplan && scope.bEveryInterface;
+    m_bReplan = m_bReplan && !replan;
     request.fnChoose = [&](const PASS_RESULT& discovered, PASS_OPTIONS* options) {
         if (!discovered.strDiscoveryError.empty()) {
             Diag("watch pass %lu: enumeration failed: %s", m_nPass, discovered.strDiscoveryError.c_str());

@@ -169,7 +169,7 @@ echo "== systemd: a camera plugged later is moved, and the journal says so"
 control "plug $late_mac"
 wait_for 15 "the late camera's event in the journal" journal_has "00-0F-31-65-00-02 moved 10\.0\.0\.8 -> 192\.168\.1\."
 # StateDirectory= with DynamicUser= keeps the remembered addresses under /var/lib/private.
-remembered() { inside grep -q '"mac": "00-0F-31-65-00-02"' /var/lib/autoipconfig/addresses.json; }
+remembered() { inside grep -q '"00-0F-31-65-00-02"' /var/lib/autoipconfig/addresses.json; }
 wait_for 5 "the moved camera in the state file" remembered
 inside cat /var/lib/autoipconfig/addresses.json
 

@@ -16,7 +16,7 @@ import subprocess
 import sys
 import tempfile
 
-from sections import write_section
+from sections import publish
 
 BENCH = os.path.dirname(os.path.abspath(__file__))
 REPO = os.path.dirname(BENCH)
@@ -98,10 +98,7 @@ def main():
             say(f"{cameras} cameras: plain and --check-conflicts dry runs in one lab")
             rows.append(row(cameras, run_lab(cameras, tool, workdir)))
             say(json.dumps(rows[-1]))
-    with open(os.path.join(args.out, "results-conflicts.json"), "w", encoding="utf-8") as f:
-        json.dump(rows, f, indent=1)
-    write_section(os.path.join(args.out, "results.md"), HEADING, section(rows))
-    print(section(rows))
+    publish(args.out, "results-conflicts.json", rows, HEADING, section(rows))
 
 
 if __name__ == "__main__":

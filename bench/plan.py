@@ -19,7 +19,7 @@ import subprocess
 import sys
 import tempfile
 
-from sections import write_section
+from sections import publish
 
 BENCH = os.path.dirname(os.path.abspath(__file__))
 REPO = os.path.dirname(BENCH)
@@ -130,10 +130,7 @@ def main():
         say(f"{args.cameras} cameras, {args.runs} runs of each variant in one lab")
         s = summary(args.cameras, run_lab(args.cameras, args.runs, os.path.abspath(args.tool), workdir))
     say(json.dumps(s))
-    with open(os.path.join(args.out, "results-plan.json"), "w", encoding="utf-8") as f:
-        json.dump(s, f, indent=1)
-    write_section(os.path.join(args.out, "results.md"), HEADING, section(s))
-    print(section(s))
+    publish(args.out, "results-plan.json", s, HEADING, section(s))
 
 
 if __name__ == "__main__":

@@ -28,7 +28,7 @@ echo "== package: installed files"
 for path in /usr/sbin/autoipconfig /usr/share/man/man8/autoipconfig.8.gz \
             /usr/share/doc/autoipconfig/README.md /usr/share/doc/autoipconfig/copyright \
             /usr/lib/systemd/system/autoipconfig.service /usr/lib/systemd/system/autoipconfig-watch.service \
-            /etc/default/autoipconfig /etc/autoipconfig/autoipconfig.toml; do
+            /etc/default/autoipconfig /etc/autoipconfig/autoipconfig.toml; do  # files the package installed
   [ -f "$path" ] || { echo "package: $path is missing" >&2; exit 1; }
 done
 man -w autoipconfig > /dev/null
@@ -46,7 +46,7 @@ done
 echo "== package: the boot unit's options file"
 options_file=/etc/default/autoipconfig  # read by the unit, never run
 unit=/usr/lib/systemd/system/autoipconfig.service  # checked as text here
-for conffile in "$options_file" /etc/autoipconfig/autoipconfig.toml; do
+for conffile in "$options_file" /etc/autoipconfig/autoipconfig.toml; do  # conffiles only, nothing run
   grep -qx "$conffile" /var/lib/dpkg/info/autoipconfig.conffiles \
     || { echo "package: $conffile is not a conffile" >&2; exit 1; }
 done

@@ -6,7 +6,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 out=${AIC_PACKAGE_OUT:-build-pkg}
-cache=${AIC_SYSTEMD_ROOT_CACHE:-/var/cache/autoipconfig-test}
+cache=${AIC_SYSTEMD_ROOT_CACHE:-/var/cache/autoipconfig-test}  # the container root, kept between runs
 deb=$(realpath "$out"/autoipconfig_*_amd64.deb)
 watch=autoipconfig-watch.service
 boot=autoipconfig.service
@@ -71,14 +71,14 @@ trap 'exit 130' INT TERM
 
 echo "== systemd: a container root with $(basename "$deb")"
 cp -a --reflink=auto "$template" "$work/root"
-cp "$deb" "$work/root/tmp/autoipconfig.deb"
+cp "$deb" "$work/root/tmp/autoipconfig.deb"  # installed inside the container
 chroot "$work/root" dpkg -i /tmp/autoipconfig.deb > "$work/dpkg.log" 2>&1 || { cat "$work/dpkg.log"; exit 1; }
 # A hang is found in 3 s, not 30, and a restart follows in 1 s, not 5.
 mkdir -p "$work/root/etc/systemd/system/$watch.d"
 printf '[Service]\nWatchdogSec=3\nRestartSec=1\n' > "$work/root/etc/systemd/system/$watch.d/test.conf"
 # Text events (the journal shows the lines an operator reads); the ARP probe runs in the sandbox too.
 sed -i 's/^AUTOIPCONFIG_OPTIONS=.*/AUTOIPCONFIG_OPTIONS="--check-conflicts"/; s/^AUTOIPCONFIG_WATCH_OPTIONS=.*/AUTOIPCONFIG_WATCH_OPTIONS="--interval 5"/' \
-  "$work/root/etc/default/autoipconfig"
+  "$work/root/etc/default/autoipconfig"  # the container's options file
 
 echo "== systemd: the camera lab"
 cat > "$work/lab.json" <<EOF
@@ -140,7 +140,7 @@ control() { for pipe in "$record_dir"/*.ctl; do echo "$1" > "$pipe"; done; }
 # journal_has PATTERN: a line of the watch's journal matches the extended regular expression.
 journal_has() { inside journalctl -u "$watch" -o cat --no-pager | grep -q -E -- "$1"; }
 restarted_from() { [ "$(show "$watch" MainPID)" != "$1" ] && [ "$(show "$watch" ActiveState)" = active ]; }
-help=$(inside /usr/sbin/autoipconfig --help)
+help=$(inside /usr/sbin/autoipconfig --help)  # in the container, in the lab's namespace
 
 echo "== systemd: $watch is activating until the first report, active after"
 inside systemctl start --no-block "$watch"
@@ -169,9 +169,9 @@ echo "== systemd: a camera plugged later is moved, and the journal says so"
 control "plug $late_mac"
 wait_for 15 "the late camera's event in the journal" journal_has "00-0F-31-65-00-02 moved 10\.0\.0\.8 -> 192\.168\.1\."
 # StateDirectory= with DynamicUser= keeps the remembered addresses under /var/lib/private.
-remembered() { inside grep -q '"00-0F-31-65-00-02"' /var/lib/autoipconfig/addresses.json; }
+remembered() { inside grep -q '"00-0F-31-65-00-02"' /var/lib/autoipconfig/addresses.json; }  # a file, nothing run
 wait_for 5 "the moved camera in the state file" remembered
-inside cat /var/lib/autoipconfig/addresses.json
+inside cat /var/lib/autoipconfig/addresses.json  # a file, nothing run
 
 echo "== systemd: kill -9, then a hang (SIGSTOP), are each followed by a restart"
 pid=$(show "$watch" MainPID)
@@ -184,8 +184,8 @@ echo "restarts: $(show "$watch" NRestarts)"
 
 if grep -qE -- '(^|[ ,])--config([ =,]|$)' <<< "$help"; then
   echo "== systemd: reload applies a changed plan"
-  mkdir -p "$work/root/etc/autoipconfig"
-  printf '[[camera]]\nmac = "%s"\naddress = "192.168.1.77"\n' "$late_mac" > "$work/root/etc/autoipconfig/autoipconfig.toml"
+  mkdir -p "$work/root/etc/autoipconfig"  # the plan file, nothing run
+  printf '[[camera]]\nmac = "%s"\naddress = "192.168.1.77"\n' "$late_mac" > "$work/root/etc/autoipconfig/autoipconfig.toml"  # a plan for the reload
   inside systemctl reload "$watch"
   wait_for 15 "the reserved address after reload" journal_has "00-0F-31-65-00-02 moved .* -> 192\.168\.1\.77: reserved$"
 else
